@@ -1,0 +1,3 @@
+#include "kxWatcher.h"
+
+int main(int argc, char** argv) { return kxWatcherMain(argc, argv); }
