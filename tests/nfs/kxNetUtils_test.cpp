@@ -1,0 +1,76 @@
+#include "nfs/kxNetUtils.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include "kxLogCapture.h"
+
+namespace {
+
+unsigned long Dotted(const char* s) { return static_cast<unsigned long>(inet_addr(s)); }
+
+TEST(kxNetUtils, DottedAddressSkipsLeadingSlashesAndResolver) {
+    kxtest::LogCapture log;
+    for (const char* name : {"127.0.0.7", "//127.0.0.7", "\\\\127.0.0.7", "/\\/127.0.0.7"}) {
+        std::vector<unsigned long> v;
+        ASSERT_EQ(KX_OK, kxNetUtils::GetHostIPAddresses(name, v)) << name;
+        ASSERT_EQ(1u, v.size()) << name;
+        EXPECT_EQ(Dotted("127.0.0.7"), v[0]) << name;
+    }
+    // Appends rather than replacing what the caller already holds.
+    std::vector<unsigned long> v{42};
+    ASSERT_EQ(KX_OK, kxNetUtils::GetHostIPAddresses("10.1.2.3", v));
+    EXPECT_EQ((std::vector<unsigned long>{42, Dotted("10.1.2.3")}), v);
+    EXPECT_TRUE(log.lines.empty());
+}
+
+TEST(kxNetUtils, HostNameResolvesToLoopback) {
+    unsigned long a = 0;
+    ASSERT_EQ(KX_OK, kxNetUtils::GetHostIPAddress("localhost", a));
+    EXPECT_EQ(0x7F, ntohl(static_cast<uint32_t>(a)) >> 24);
+}
+
+TEST(kxNetUtils, EmptyOrNullHostIsBadArgumentAndSilent) {
+    kxtest::LogCapture log;
+    std::vector<unsigned long> v;
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxNetUtils::GetHostIPAddresses("", v));
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxNetUtils::GetHostIPAddresses(nullptr, v));
+    unsigned long a = 99;
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxNetUtils::GetHostIPAddress("", a));
+    EXPECT_EQ(99u, a);
+    EXPECT_TRUE(v.empty());
+    EXPECT_TRUE(log.lines.empty());
+}
+
+TEST(kxNetUtils, UnknownHostIsLoggedWithNameAfterSlashes) {
+    kxtest::LogCapture log;
+    unsigned long a = 99;
+    EXPECT_EQ(KX_E_HOST_NOT_FOUND, kxNetUtils::GetHostIPAddress("//no-such-host.invalid", a));
+    EXPECT_EQ(99u, a);
+    ASSERT_EQ(1u, log.lines.size());
+    EXPECT_EQ(KX_E_HOST_NOT_FOUND, log.lines[0].code);
+    EXPECT_EQ(4u, log.lines[0].sev);
+    EXPECT_EQ(0u, log.lines[0].text.rfind("kxNetUtils::GetHostIPAddress: error ", 0));
+    EXPECT_NE(std::string::npos,
+              log.lines[0].text.find(" getting IP address for 'no-such-host.invalid'"));
+}
+
+TEST(kxNetUtils, MalformedDottedNameKeepsMarkerThenAsksResolver) {
+    kxtest::LogCapture log;
+    std::vector<unsigned long> v;
+    EXPECT_EQ(KX_E_HOST_NOT_FOUND, kxNetUtils::GetHostIPAddresses("1.2.3.999", v));
+    ASSERT_EQ(1u, v.size());
+    EXPECT_EQ(0xFFFFFFFFul, v[0]);
+    EXPECT_EQ(1u, log.lines.size());
+}
+
+TEST(kxNetUtils, WinsockHelperOnlyRecordsStart) {
+    kxNetUtils::WinsockInitHelper later(0x202, false);
+    EXPECT_FALSE(later.Started());
+    EXPECT_EQ(KX_OK, later.Startup(0x202));
+    EXPECT_TRUE(later.Started());
+    kxNetUtils::WinsockInitHelper now(0x202, true);
+    EXPECT_TRUE(now.Started());
+}
+
+}  // namespace
