@@ -17,10 +17,13 @@ if(KX_SANITIZE)
   add_link_options(${KX_SAN_FLAGS})
 endif()
 
-# True on the 32-bit target, where the exact on-disk and shared-memory layouts are asserted.
+# KX_TARGET_32BIT is 1 on the 32-bit target, where the exact on-disk and shared-memory layouts
+# are asserted, and 0 elsewhere (always defined, so that -Wundef catches misspellings).
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   set(KX_TARGET_32BIT ON)
   target_compile_definitions(kx_options INTERFACE KX_TARGET_32BIT=1)
+else()
+  target_compile_definitions(kx_options INTERFACE KX_TARGET_32BIT=0)
 endif()
 
 find_package(PkgConfig REQUIRED)

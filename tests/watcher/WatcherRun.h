@@ -1,0 +1,85 @@
+// Runs the real watcher binary over kx_test_child and reads what the child recorded.
+#pragma once
+
+#include <signal.h>
+#include <sys/prctl.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kxTestProcess.h"
+
+namespace kxtest {
+
+struct ChildStart {
+    pid_t pid;
+    long long ms;  // monotonic clock
+};
+
+class WatcherRun {
+public:
+    WatcherRun() {
+        // Orphans (the daemon, a child left running) come back to this process, so that the
+        // tests can reap them and see zombies.
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+    }
+    ~WatcherRun() {
+        for (pid_t p : Starts()) KillAndReap(p);
+        KillAndReap(watcher_);
+    }
+    WatcherRun(const WatcherRun&) = delete;
+    WatcherRun& operator=(const WatcherRun&) = delete;
+
+    // Starts: watcher SWITCHES... kx_test_child DIR PLAN
+    pid_t Start(const std::vector<std::string>& switches, const std::string& plan,
+                const std::vector<std::string>& env = {}) {
+        std::vector<std::string> argv{KX_WATCHER_BIN};
+        argv.insert(argv.end(), switches.begin(), switches.end());
+        argv.insert(argv.end(), {KX_TEST_CHILD_BIN, dir_.path(), plan});
+        return StartRaw(argv, env);
+    }
+    pid_t StartRaw(const std::vector<std::string>& argv, const std::vector<std::string>& env = {}) {
+        watcher_ = Spawn(argv, env);
+        return watcher_;
+    }
+
+    // The watcher's exit status word, or nothing if it is still running after `limit`.
+    std::optional<int> Wait(std::chrono::milliseconds limit = std::chrono::seconds(30)) {
+        auto st = WaitFor(watcher_, limit);
+        if (st) watcher_ = -1;
+        return st;
+    }
+
+    std::vector<ChildStart> StartRecords() const {
+        std::vector<ChildStart> out;
+        for (const auto& line : ReadLines(dir_ / "starts")) {
+            ChildStart s{};
+            if (sscanf(line.c_str(), "%d %lld", &s.pid, &s.ms) == 2) out.push_back(s);
+        }
+        return out;
+    }
+    std::vector<pid_t> Starts() const {
+        std::vector<pid_t> pids;
+        for (const auto& s : StartRecords()) pids.push_back(s.pid);
+        return pids;
+    }
+    size_t StartCount() const { return StartRecords().size(); }
+    std::vector<std::string> Signals() const { return ReadLines(dir_ / "signals"); }
+    // True once the child of start number n (from 1) waits for signals.
+    bool Ready(size_t n) const { return ReadLines(dir_ / "ready").size() >= n; }
+
+    pid_t watcher() const { return watcher_; }
+    const TempDir& dir() const { return dir_; }
+
+private:
+    TempDir dir_;
+    pid_t watcher_ = -1;
+};
+
+inline bool ExitedWith(const std::optional<int>& st, int code) {
+    return st && WIFEXITED(*st) && WEXITSTATUS(*st) == code;
+}
+
+}  // namespace kxtest
