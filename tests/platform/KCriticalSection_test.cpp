@@ -1,0 +1,130 @@
+#include "platform/KCriticalSection.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "../base/kxLogCapture.h"
+
+namespace {
+
+std::string ThrownText(void (*op)(const KCriticalSection&), const KCriticalSection& cs) {
+    try {
+        op(cs);
+    } catch (const std::logic_error& e) {
+        return e.what();
+    }
+    return "<nothing thrown>";
+}
+
+void DoLock(const KCriticalSection& cs) { cs.Lock(); }
+void DoUnlock(const KCriticalSection& cs) { cs.Unlock(); }
+
+// Replaces the pthread calls for one test and puts the real ones back afterwards.
+class CallsOverride {
+public:
+    CallsOverride() : saved_(g_kxCriticalSectionCalls) {}
+    ~CallsOverride() { g_kxCriticalSectionCalls = saved_; }
+    KCriticalSectionCalls& calls() { return g_kxCriticalSectionCalls; }
+
+private:
+    KCriticalSectionCalls saved_;
+};
+
+TEST(KCriticalSection, RecursiveLockingReleasesForOtherThreadsOnlyAfterLastUnlock) {
+    KCriticalSection cs;
+    ASSERT_TRUE(cs.IsValid());
+    cs.Lock();
+    cs.Lock();
+
+    std::atomic<bool> acquired{false};
+    std::thread other([&] {
+        cs.Lock();
+        acquired = true;
+        cs.Unlock();
+    });
+    cs.Unlock();
+    // One level is still held: the other thread must not get in yet.
+    struct timespec ts {0, 50 * 1000 * 1000};
+    nanosleep(&ts, nullptr);
+    EXPECT_FALSE(acquired.load());
+    cs.Unlock();
+    other.join();
+    EXPECT_TRUE(acquired.load());
+}
+
+TEST(KCriticalSection, SerialisesThreads) {
+    KCriticalSection cs;
+    long counter = 0;  // deliberately not atomic: the lock alone must protect it
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i) {
+                cs.Lock();
+                ++counter;
+                cs.Unlock();
+            }
+        });
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(counter, 80000);
+}
+
+TEST(KCriticalSection, UnlockWithoutHoldingIsLoggedAndThrown) {
+    kxtest::LogCapture log;
+    KCriticalSection cs;
+    EXPECT_EQ(ThrownText(DoUnlock, cs), "KCriticalSection::Unlock: failed %d.");
+    EXPECT_TRUE(log.Has(KX_E_NOT_INITIALISED, "KCriticalSection::Unlock: failed "));
+    ASSERT_EQ(log.Records().size(), 1u);
+    EXPECT_EQ(log.Records()[0].sev, kxLogSevError);
+    // The lock still works afterwards.
+    cs.Lock();
+    cs.Unlock();
+}
+
+TEST(KCriticalSection, NeverConstructedObjectIsRefusedWithoutLogging) {
+    kxtest::LogCapture log;
+    alignas(KCriticalSection) unsigned char raw[sizeof(KCriticalSection)];
+    memset(raw, 0, sizeof raw);
+    const auto& cs = *reinterpret_cast<const KCriticalSection*>(raw);
+    EXPECT_FALSE(cs.IsValid());
+    EXPECT_EQ(ThrownText(DoLock, cs), "KCriticalSection::Lock: invalid");
+    EXPECT_EQ(ThrownText(DoUnlock, cs), "KCriticalSection::Unlock: invalid");
+    EXPECT_TRUE(log.Records().empty());
+}
+
+TEST(KCriticalSection, FailedConstructionLeavesObjectInvalid) {
+    for (int step = 0; step < 3; ++step) {
+        CallsOverride o;
+        if (step == 0) o.calls().attrInit = [](pthread_mutexattr_t*) { return ENOMEM; };
+        if (step == 1) o.calls().attrSetType = [](pthread_mutexattr_t*, int) { return EINVAL; };
+        if (step == 2)
+            o.calls().mutexInit = [](pthread_mutex_t*, const pthread_mutexattr_t*) {
+                return EAGAIN;
+            };
+        KCriticalSection cs;
+        EXPECT_FALSE(cs.IsValid()) << "step " << step;
+        EXPECT_EQ(ThrownText(DoLock, cs), "KCriticalSection::Lock: invalid");
+    }
+}
+
+TEST(KCriticalSection, LockFailureLogsErrnoNotTheResult) {
+    kxtest::LogCapture log;
+    KCriticalSection cs;
+    CallsOverride o;
+    o.calls().mutexLock = [](pthread_mutex_t*) {
+        errno = 1234;
+        return EAGAIN;
+    };
+    EXPECT_EQ(ThrownText(DoLock, cs), "KCriticalSection::Lock: failed %d.");
+    ASSERT_EQ(log.Records().size(), 1u);
+    EXPECT_EQ(log.Records()[0].text, "KCriticalSection::Lock: failed 1234.");
+    EXPECT_EQ(log.Records()[0].code, KX_E_NOT_INITIALISED);
+}
+
+}  // namespace
