@@ -1,0 +1,216 @@
+// The logging front end: dispatch to the default stream, the no-stream path, the catch-all
+// around the stream, the system-log path and the exception reports.
+#include <syslog.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "gtest/gtest.h"
+#include "kxSyslogCapture.h"
+#include "log/KLogStream.h"
+#include "log/kxLog.h"
+
+namespace {
+
+// A live stream that keeps what it is given, or throws when told to.
+class RecordingStream : public KLogStream {
+public:
+    struct Call {
+        std::string op;
+        long code;
+        kxLogSev sev;
+        unsigned long flags;
+        std::string text;
+    };
+    RecordingStream() { m_dwSignature = kSignatureLive; }
+    void Kill() { m_dwSignature = kSignatureReset; }
+
+    long vPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
+                 va_list args) override {
+        char buf[4096];
+        vsnprintf(buf, sizeof buf, format, args);
+        return Record("vPrintfA", code, sev, flags, buf);
+    }
+    long vPrintf(long code, kxLogSev sev, unsigned long flags, const wchar_t* format,
+                 va_list args) override {
+        wchar_t wbuf[1024];
+        vswprintf(wbuf, 1024, format, args);
+        std::string narrow;
+        for (const wchar_t* p = wbuf; *p; ++p) narrow += static_cast<char>(*p);
+        return Record("vPrintfW", code, sev, flags, narrow);
+    }
+    long vBigMsgPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
+                       va_list args) override {
+        char buf[4096];
+        vsnprintf(buf, sizeof buf, format, args);
+        return Record("vBigMsgPrintf", code, sev, flags, buf);
+    }
+    long PrintString(const char* text, long code, kxLogSev sev, unsigned long flags) override {
+        return Record("PrintString", code, sev, flags, text);
+    }
+
+    bool throwNext = false;
+    long result = 0;
+    std::vector<Call> calls;
+
+private:
+    long Record(const char* op, long code, kxLogSev sev, unsigned long flags, std::string text) {
+        if (throwNext) throw std::runtime_error("stream failure");
+        calls.push_back({op, code, sev, flags, std::move(text)});
+        return result;
+    }
+};
+
+long CallV(long (*fn)(long, kxLogSev, const char*, va_list), const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const long r = fn(5, kxLogSevWarning, format, args);
+    va_end(args);
+    return r;
+}
+
+long CallVW(const wchar_t* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const long r = kxLogvPrintfW(6, kxLogSevError, format, args);
+    va_end(args);
+    return r;
+}
+
+// Every writing function once, in a fixed order, each returning its status.
+std::vector<long> CallEveryWriter() {
+    return {kxLogPrintfA(1, kxLogSevProgress, "a%d", 1),
+            kxLogPrintfW(2, kxLogSevProgress, "w%s", "x"),
+            CallV(kxLogvPrintfA, "v%c", 'z'),
+            CallVW(L"wide %d", 42),
+            kxLogPrintfEx(3, kxLogSevWarning, 0x55, "ex"),
+            kxLogPrintStringA("plain %d", 4, kxLogSevError, 7),
+            kxLogPrintStringW("plainW", 8, kxLogSevInfo, 9),
+            kxLogBigMsgPrintfA(9, kxLogSevProgress, "%s", "big")};
+}
+
+const char* const kWriterNames[] = {"kxLogPrintfA",  "kxLogPrintfW",      "kxLogvPrintfA",
+                                    "kxLogvPrintfW", "kxLogPrintfEx",     "kxLogPrintStringA",
+                                    "kxLogPrintStringW", "kxLogBigMsgPrintfA"};
+
+class LogFrontEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        saved_ = g_pKLogStreamDefault;
+        g_pKLogStreamDefault = &stream_;
+    }
+    void TearDown() override {
+        g_pKLogStreamDefault = saved_;
+        kxLogInfoMessages(false);
+    }
+    RecordingStream stream_;
+    KLogStream* saved_ = nullptr;
+};
+
+}  // namespace
+
+TEST(LogFrontEndNoStream, EveryWriterReturnsNoStreamStatus) {
+    KLogStream* saved = g_pKLogStreamDefault;
+    g_pKLogStreamDefault = nullptr;
+    for (long r : CallEveryWriter()) {
+        EXPECT_EQ(r, KX_E_LOG_NO_STREAM);
+        // The 32-bit pattern, sign-extended where long is wider.
+        EXPECT_EQ(static_cast<int64_t>(r), static_cast<int64_t>(static_cast<int32_t>(0xE0010101)));
+    }
+    g_pKLogStreamDefault = saved;
+}
+
+TEST_F(LogFrontEnd, DeadStreamIsNotCalled) {
+    stream_.Kill();
+    for (long r : CallEveryWriter()) EXPECT_EQ(r, KX_E_LOG_NO_STREAM);
+    EXPECT_TRUE(stream_.calls.empty());
+}
+
+TEST_F(LogFrontEnd, WritersForwardArgumentsAndReturnStreamStatus) {
+    stream_.result = kxStatus(0xA0FFFF02);
+    for (long r : CallEveryWriter()) EXPECT_EQ(r, stream_.result);
+    ASSERT_EQ(stream_.calls.size(), 8u);
+    const auto& c = stream_.calls;
+    EXPECT_EQ(c[0].op, "vPrintfA");
+    EXPECT_EQ(c[0].text, "a1");
+    EXPECT_EQ(c[0].code, 1);
+    EXPECT_EQ(c[0].flags, 0u);
+    EXPECT_EQ(c[1].text, "wx");
+    EXPECT_EQ(c[2].text, "vz");
+    EXPECT_EQ(c[2].sev, kxLogSevWarning);
+    EXPECT_EQ(c[3].op, "vPrintfW");
+    EXPECT_EQ(c[3].text, "wide 42");
+    EXPECT_EQ(c[4].flags, 0x55u);
+    EXPECT_EQ(c[5].op, "PrintString");
+    EXPECT_EQ(c[5].text, "plain %d");  // not formatted
+    EXPECT_EQ(c[5].flags, 7u);
+    EXPECT_EQ(c[6].sev, kxLogSevInfo);
+    EXPECT_EQ(c[7].op, "vBigMsgPrintf");
+}
+
+TEST_F(LogFrontEnd, InfoSwitchIsProcessWide) {
+    EXPECT_FALSE(g_LogInfoMessages);
+    kxLogInfoMessages(true);
+    EXPECT_TRUE(g_LogInfoMessages);
+    kxLogInfoMessages(false);
+    EXPECT_FALSE(g_LogInfoMessages);
+}
+
+TEST_F(LogFrontEnd, ExceptionReportsUseTheirFormatsAndStatus) {
+    EXPECT_EQ(kxLogPrintUnhandledExceptionMessage(nullptr, 7), KX_E_UNHANDLED_EXCEPTION);
+    EXPECT_EQ(kxLogPrintMemoryExceptionMessage("KBuffer::Alloc", 12), KX_E_UNHANDLED_EXCEPTION);
+    EXPECT_EQ(kxLogPrintStructuredExceptionMessage("f", 0xC0000005, 3), KX_E_UNHANDLED_EXCEPTION);
+    ASSERT_EQ(stream_.calls.size(), 3u);
+    EXPECT_EQ(stream_.calls[0].text, "???: unhandled exception (7)");
+    EXPECT_EQ(stream_.calls[0].code, KX_E_UNHANDLED_EXCEPTION);
+    EXPECT_EQ(stream_.calls[0].sev, kxLogSevError);
+    EXPECT_EQ(stream_.calls[1].text, "KBuffer::Alloc: memory exception (12)");
+    EXPECT_EQ(stream_.calls[2].text, "f: structured exception 0xC0000005 (3)");
+
+    // The report's status is returned whatever the write returned.
+    stream_.throwNext = true;
+    EXPECT_EQ(kxLogPrintUnhandledExceptionMessage("g", 1), KX_E_UNHANDLED_EXCEPTION);
+}
+
+TEST_F(LogFrontEnd, ThrowingStreamIsCaughtAndReportedToSystemLog) {
+    std::vector<long> results;
+    auto messages = kxtest::CaptureSyslog([&] {
+        stream_.throwNext = true;
+        for (long r : CallEveryWriter())
+            if (r != KX_E_UNHANDLED_EXCEPTION) _exit(10);
+    });
+    if (!messages) GTEST_SKIP() << "needs root for a private mount namespace";
+    ASSERT_EQ(messages->size(), 8u);
+    for (size_t i = 0; i < 8; ++i) {
+        const std::string& m = (*messages)[i];
+        // LOG_DAEMON | LOG_ERR, ident "kxLog" with the pid.
+        EXPECT_EQ(m.rfind("<27>", 0), 0u) << m;
+        EXPECT_NE(m.find(" kxLog["), std::string::npos) << m;
+        const std::string tail = std::string("]: unhandled exception in ") + kWriterNames[i];
+        EXPECT_EQ(m.substr(m.size() - tail.size()), tail) << m;
+    }
+}
+
+TEST(LogEventString, PrioritiesIdentsAndNullText) {
+    auto messages = kxtest::CaptureSyslog([] {
+        kxLogEventStringA("info", 0, kxLogSevInfo, nullptr);
+        kxLogEventStringA("progress", 0, kxLogSevProgress, "myident");
+        kxLogEventStringA(nullptr, 0, kxLogSevWarning, nullptr);
+        kxLogEventStringA("bad 100%% sure", 0, kxLogSevDaemonFailure, nullptr);
+    });
+    if (!messages) GTEST_SKIP() << "needs root for a private mount namespace";
+    ASSERT_EQ(messages->size(), 4u);
+    auto priority = [](const std::string& m) { return m.substr(0, m.find('>') + 1); };
+    EXPECT_EQ(priority((*messages)[0]), "<30>");  // daemon.info
+    EXPECT_EQ(priority((*messages)[1]), "<30>");
+    EXPECT_EQ(priority((*messages)[2]), "<28>");  // daemon.warning
+    EXPECT_EQ(priority((*messages)[3]), "<27>");  // daemon.err
+    EXPECT_NE((*messages)[1].find(" myident["), std::string::npos);
+    const std::string& empty = (*messages)[2];
+    EXPECT_EQ(empty.substr(empty.size() - 2), ": ") << empty;
+    // The text is the format: "%%" comes out as one "%".
+    EXPECT_NE((*messages)[3].find("]: bad 100% sure"), std::string::npos) << (*messages)[3];
+}
