@@ -28,8 +28,9 @@ chmod +x "$demo/flaky.sh"
 
 export KX_LOG_DIR="$demo/logs" KX_LOG_SIZE=256
 echo "\$ watcher -f -d 1 -r 5 $demo/flaky.sh $demo"
-build/native/watcher/watcher -f -d 1 -r 5 "$demo/flaky.sh" "$demo"
-echo "watcher exited with status $?"
+status=0
+build/native/watcher/watcher -f -d 1 -r 5 "$demo/flaky.sh" "$demo" || status=$?
+echo "watcher exited with status $status"
 
 viewer=build/native/tools/kxlogview/kxlogview
 if [[ -f "$demo/logs/Default.log" ]] && cmake --build --preset native --target kxlogview >/dev/null 2>&1; then
