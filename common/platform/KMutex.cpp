@@ -1,0 +1,370 @@
+#include "platform/KMutex.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "log/kxLog.h"
+#include "platform/kxPlatformCalls.h"
+#include "platform/kxWin32.h"
+
+namespace {
+
+constexpr kxLogSev kFailureSeverity = static_cast<kxLogSev>(4);
+constexpr size_t kBlockSize = sizeof(KMutex::KMutexShared);
+// Creator that has not finished building the block: tests of its signature, a second apart.
+constexpr int kReadyTests = 4;
+// A waiter wakes at least this often to see whether the owner process still exists; it also
+// bounds the delay of a wake-up lost by the condition variable to a waiter that died.
+constexpr long kOwnerCheckNs = 100L * 1000 * 1000;
+
+const pthread_t kNoThread = static_cast<pthread_t>(-1);
+
+uint32_t LoadSignature(const KMutex::KMutexShared* block) {
+    return __atomic_load_n(&block->signature, __ATOMIC_ACQUIRE);
+}
+
+void StoreSignature(KMutex::KMutexShared* block, uint32_t value) {
+    __atomic_store_n(&block->signature, value, __ATOMIC_RELEASE);
+}
+
+void MarkFree(KMutex::KMutexShared* block) {
+    block->locked = false;
+    block->ownerThread = kNoThread;
+    block->ownerProcess = -1;
+    block->lockCount = 0;
+}
+
+bool IsOwner(const KMutex::KMutexShared* block, pthread_t self, pid_t process) {
+    return block->ownerProcess == process && pthread_equal(block->ownerThread, self);
+}
+
+// After a process died holding the block's pthread mutex the fields may be half updated: the
+// taking path sets count, owner and locked; the release path clears them. A block that is not
+// locked, or locked without an owner process, is made free; a locked block with an owner is left
+// for the owner check of Lock, which takes it over if that owner is gone.
+void Repair(KMutex::KMutexShared* block) {
+    if (!block->locked || block->ownerProcess <= 0 || block->lockCount <= 0) MarkFree(block);
+}
+
+// pthread_mutex_lock on the block, recovering the mutex from an owner that died holding it.
+int LockBlock(KMutex::KMutexShared* block) {
+    int rc = pthread_mutex_lock(&block->mutex);
+    if (rc == EOWNERDEAD) {
+        rc = pthread_mutex_consistent(&block->mutex);
+        if (rc == 0) Repair(block);
+    }
+    return rc;
+}
+
+// A process that exited but was not yet reaped still answers kill(); its /proc state tells.
+bool IsZombie(pid_t pid) {
+    char path[40];
+    snprintf(path, sizeof(path), "/proc/%d/stat", static_cast<int>(pid));
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd == -1) return false;
+    char text[512];
+    const ssize_t n = read(fd, text, sizeof(text) - 1);
+    close(fd);
+    if (n <= 0) return false;
+    text[n] = '\0';
+    // "pid (name) S ...": the name may itself hold parentheses, so take the last ')'.
+    const char* end = strrchr(text, ')');
+    if (end == nullptr || end[1] != ' ') return false;
+    return end[2] == 'Z' || end[2] == 'X';
+}
+
+// True when the owner process no longer exists. The thorough form also counts an unreaped
+// (zombie) process as gone; it reads /proc and is used only after a wait slice ran out.
+bool OwnerGone(pid_t pid, bool thorough) {
+    if (pid <= 0) return true;  // never pass 0 or -1 to kill: they address process groups
+    if (pid == getpid()) return false;
+    const int saved = errno;
+    bool gone;
+    if (kill(pid, 0) == 0 || errno == EPERM)
+        gone = thorough && IsZombie(pid);
+    else
+        gone = errno == ESRCH;
+    errno = saved;
+    return gone;
+}
+
+timespec Now() {
+    struct timeval tv;
+    gettimeofday(&tv, nullptr);
+    timespec ts;
+    ts.tv_sec = tv.tv_sec;
+    ts.tv_nsec = static_cast<long>(tv.tv_usec) * 1000;
+    return ts;
+}
+
+bool Before(const timespec& a, const timespec& b) {
+    return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec < b.tv_nsec);
+}
+
+timespec AddNs(timespec ts, long long ns) {
+    ts.tv_sec += static_cast<time_t>(ns / 1000000000LL);
+    ts.tv_nsec += static_cast<long>(ns % 1000000000LL);
+    // Carried into the seconds so that the deadline is always a valid timespec (a nanosecond
+    // field of a second or more would make the timed wait fail instead of waiting).
+    if (ts.tv_nsec >= 1000000000L) {
+        ts.tv_nsec -= 1000000000L;
+        ++ts.tv_sec;
+    }
+    return ts;
+}
+
+void ReportAbandoned(const std::string& name, pid_t deadOwner) {
+    char text[200];
+    snprintf(text, sizeof(text), "KMutex::Lock: mutex '%s' abandoned by process %d, taken over by process %d",
+             name.empty() ? "(no name)" : name.c_str(), static_cast<int>(deadOwner), static_cast<int>(getpid()));
+    // The text is used as a format by the system-log call.
+    for (char* p = text; *p != '\0'; ++p)
+        if (*p == '%') *p = '?';
+    kxLogEventStringA(text, 0, kxLogSevWarning, nullptr);
+}
+
+}  // namespace
+
+void KMutex::KMutexShared::Close() {
+    if (LoadSignature(this) == kSignatureReady) {
+        pthread_cond_destroy(&cond);
+        pthread_mutex_destroy(&mutex);
+    }
+    StoreSignature(this, kSignatureNotReady);
+    MarkFree(this);
+}
+
+KMutex::KMutex(bool logErrors)
+    : m_bLogErrors(logErrors), m_pShared(nullptr), m_hShm(-1), m_Embedded(), m_MutexAttr(), m_CondAttr() {
+    m_Embedded.signature = kSignatureNotReady;
+    MarkFree(&m_Embedded);
+}
+
+KMutex::~KMutex() { DropBlock(); }
+
+void KMutex::DropBlock() {
+    if (m_pShared != nullptr && m_pShared != &m_Embedded) g_kxPlatformCalls.munmap(m_pShared, kBlockSize);
+    m_Embedded.Close();
+    m_pShared = nullptr;
+    if (m_hShm != -1) {
+        close(m_hShm);
+        m_hShm = -1;
+    }
+}
+
+bool KMutex::IsValid() const { return m_pShared != nullptr && LoadSignature(m_pShared) == kSignatureReady; }
+
+int KMutex::UnixInit(int pshared) {
+    m_pShared->Close();
+    int rc = pthread_mutexattr_init(&m_MutexAttr);
+    if (rc != 0) return rc;
+    if ((rc = pthread_mutexattr_setpshared(&m_MutexAttr, pshared)) == 0 &&
+        (rc = pthread_mutexattr_setrobust(&m_MutexAttr, PTHREAD_MUTEX_ROBUST)) == 0)
+        rc = pthread_mutex_init(&m_pShared->mutex, &m_MutexAttr);
+    pthread_mutexattr_destroy(&m_MutexAttr);
+    if (rc != 0) return rc;
+    if ((rc = pthread_condattr_init(&m_CondAttr)) == 0) {
+        if ((rc = pthread_condattr_setpshared(&m_CondAttr, pshared)) == 0)
+            rc = pthread_cond_init(&m_pShared->cond, &m_CondAttr);
+        pthread_condattr_destroy(&m_CondAttr);
+    }
+    if (rc != 0) pthread_mutex_destroy(&m_pShared->mutex);
+    return rc;
+}
+
+long KMutex::Create() {
+    DropBlock();
+    m_strName.clear();
+    m_pShared = &m_Embedded;
+    const int rc = UnixInit(PTHREAD_PROCESS_PRIVATE);
+    if (rc == 0) {
+        StoreSignature(m_pShared, kSignatureReady);
+        return KX_OK;
+    }
+    errno = rc;
+    if (m_bLogErrors) kxLogPrintfA(KX_E_MUTEX_CREATE, kFailureSeverity, "%s: error %d creating mutex", "KMutex::Create(no name)", errno);
+    return KX_E_MUTEX_CREATE;
+}
+
+long KMutex::Create(const char* name, bool initialOwner) {
+    DropBlock();
+    m_strName.clear();
+    bool existed = false;
+    bool ready = false;
+    if (name == nullptr) {
+        errno = EINVAL;
+    } else {
+        m_strName = std::string("/") + name;
+        const char* shmName = m_strName.c_str();
+        // The creator removes the name as soon as it has mapped the block, so an object found
+        // existing may be gone a moment later; creating afresh is then the right answer.
+        for (int attempt = 0; attempt < 3 && m_hShm == -1; ++attempt) {
+            m_hShm = g_kxPlatformCalls.shm_open(shmName, O_RDWR | O_CREAT | O_EXCL, 0666);
+            if (m_hShm != -1) break;
+            if (errno != EEXIST) break;
+            m_hShm = g_kxPlatformCalls.shm_open(shmName, O_RDWR, 0666);
+            if (m_hShm != -1) existed = true;
+            else if (errno != ENOENT) break;
+        }
+        void* view = MAP_FAILED;
+        if (m_hShm != -1 && (existed || g_kxPlatformCalls.ftruncate(m_hShm, kBlockSize) == 0))
+            view = g_kxPlatformCalls.mmap(nullptr, kBlockSize, PROT_READ | PROT_WRITE, MAP_SHARED, m_hShm, 0);
+        if (view != MAP_FAILED) {
+            m_pShared = static_cast<KMutexShared*>(view);
+            if (!existed) {
+                StoreSignature(m_pShared, kSignatureNotReady);
+                const int rc = UnixInit(PTHREAD_PROCESS_SHARED);
+                if (rc == 0)
+                    StoreSignature(m_pShared, kSignatureReady);
+                else
+                    errno = rc;
+                ready = rc == 0;
+            } else {
+                for (int test = 0; test < kReadyTests && !ready; ++test) {
+                    if (test > 0) Sleep(1000);
+                    // A creator that has not yet sized the object leaves it empty; touching the
+                    // mapping then would fault.
+                    struct stat st;
+                    ready = fstat(m_hShm, &st) == 0 && st.st_size >= static_cast<off_t>(kBlockSize) &&
+                            LoadSignature(m_pShared) == kSignatureReady;
+                }
+                if (!ready) errno = ETIMEDOUT;
+            }
+            if (!ready) {
+                g_kxPlatformCalls.munmap(m_pShared, kBlockSize);
+                m_pShared = nullptr;
+            }
+        }
+        if (m_hShm != -1) {
+            const int saved = errno;
+            shm_unlink(shmName);
+            close(m_hShm);  // the mapping keeps the object alive
+            m_hShm = -1;
+            errno = saved;
+        }
+    }
+    if (!ready) {
+        if (m_bLogErrors)
+            kxLogPrintfA(KX_E_MUTEX_CREATE, kFailureSeverity, "%s: error %d creating mutex (name='%s')",
+                         "KMutex::Create(ASCII)", errno, name != nullptr ? name : "");
+        return KX_E_MUTEX_CREATE;
+    }
+    if (existed) {
+        errno = ERROR_ALREADY_EXISTS;
+        return KX_OK;
+    }
+    errno = 0;
+    return initialOwner ? Lock(kInfinite) : KX_OK;
+}
+
+long KMutex::Lock(unsigned long timeoutMs) const { return Lock(timeoutMs, nullptr); }
+
+long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
+    if (abandoned != nullptr) *abandoned = false;
+    KMutexShared* block = m_pShared;
+    if (block == nullptr || LoadSignature(block) != kSignatureReady) return KX_E_NOT_INITIALISED;
+
+    int rc = LockBlock(block);
+    if (rc != 0) {
+        errno = rc;
+        if (m_bLogErrors) kxLogPrintfA(KX_E_WAIT_FAILED, kFailureSeverity, "%s: error %d waiting on mutex", "KMutex::Lock", errno);
+        return KX_E_WAIT_FAILED;
+    }
+
+    const bool forever = timeoutMs == kInfinite;
+    const timespec deadline = forever ? timespec{} : AddNs(Now(), static_cast<long long>(timeoutMs) * 1000000LL);
+    const pthread_t self = pthread_self();
+    const pid_t process = getpid();
+    enum { kNoCheck, kQuickCheck, kThoroughCheck } check = kQuickCheck;
+    bool expired = false;
+    bool holdsBlock = true;
+    pid_t deadOwner = -1;
+    long result = KX_OK;
+    for (;;) {
+        if (block->locked && !IsOwner(block, self, process)) {
+            if (check != kNoCheck && OwnerGone(block->ownerProcess, check == kThoroughCheck)) {
+                deadOwner = block->ownerProcess;
+                MarkFree(block);
+            } else if (expired) {
+                result = KX_S_WAIT_TIMEOUT;
+                break;
+            } else {
+                check = kNoCheck;
+                timespec until = AddNs(Now(), kOwnerCheckNs);
+                if (!forever && Before(deadline, until)) until = deadline;
+                rc = pthread_cond_timedwait(&block->cond, &block->mutex, &until);
+                if (rc == 0) continue;
+                if (rc == EOWNERDEAD) {
+                    rc = pthread_mutex_consistent(&block->mutex);
+                    if (rc == 0) {
+                        Repair(block);
+                        check = kQuickCheck;
+                        continue;
+                    }
+                } else if (rc == ETIMEDOUT) {
+                    check = kThoroughCheck;
+                    expired = !forever && !Before(Now(), deadline);
+                    continue;
+                }
+                holdsBlock = rc != ENOTRECOVERABLE;
+                errno = rc;
+                result = KX_E_WAIT_FAILED;
+                break;
+            }
+        }
+        ++block->lockCount;
+        block->ownerThread = self;
+        block->ownerProcess = process;
+        block->locked = true;
+        break;
+    }
+    if (holdsBlock) pthread_mutex_unlock(&block->mutex);
+
+    if (deadOwner != -1) {
+        if (abandoned != nullptr) *abandoned = true;
+        if (m_bLogErrors) ReportAbandoned(m_strName, deadOwner);
+    }
+    if (result != KX_OK && result != KX_S_WAIT_TIMEOUT && m_bLogErrors)
+        kxLogPrintfA(result, kFailureSeverity, "%s: error %d waiting on mutex", "KMutex::Lock", errno);
+    return result;
+}
+
+long KMutex::Unlock() const {
+    KMutexShared* block = m_pShared;
+    if (block == nullptr || LoadSignature(block) != kSignatureReady) return KX_E_NOT_INITIALISED;
+    long result = KX_OK;
+    int rc = LockBlock(block);
+    if (rc != 0) {
+        errno = rc;
+        result = KX_E_MUTEX_RELEASE;
+    } else {
+        if (IsOwner(block, pthread_self(), getpid())) {
+            // The count only records that the mutex is held: one Unlock releases every level.
+            if (--block->lockCount >= 0) {
+                MarkFree(block);
+                rc = pthread_cond_signal(&block->cond);
+                if (rc != 0) {
+                    errno = rc;
+                    result = KX_E_MUTEX_RELEASE;
+                }
+            }
+        }
+        rc = pthread_mutex_unlock(&block->mutex);
+        if (rc != 0) {
+            errno = rc;
+            result = KX_E_MUTEX_RELEASE;
+        }
+    }
+    if (result != KX_OK && m_bLogErrors)
+        kxLogPrintfA(KX_E_MUTEX_RELEASE, kFailureSeverity, "%s: error %d releasing mutex", "KMutex::Unlock", errno);
+    return result;
+}
