@@ -1,0 +1,113 @@
+// NFSBrowse: the library's handle on one NFS server. It holds the RPC connections to the
+// server's MOUNT, NFS and lock-manager services, knows the server's export list, mounts exports
+// on demand and works on server objects described by DirEntry records.
+//
+// Convention: a failed remote call is translated and logged (nfs/kxNFSErrorMap.h). Operations
+// that answer with a bool or a pointer store the translated code, a negative status from
+// nfs/kxNFSStatus.h, as the object's last error, which GetLastObjectError returns.
+//
+// Ownership: the factory's caller owns the object and deletes it through the virtual
+// destructor, which unmounts every export the object mounted and closes its connections.
+// Entries returned by Open belong to the caller.
+//
+// Thread safety: none; one object is used by one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "nfs/DirEntry.h"
+
+class KBuffer;
+
+namespace kxNFSUtils {
+
+// Lets a caller abandon long work (export discovery, listings).
+class CancelledIf {
+public:
+    // True when the caller wants the current work abandoned.
+    virtual bool Cancelled() = 0;
+
+protected:
+    ~CancelledIf() = default;
+};
+
+// An entry-by-entry directory enumeration; deleting it releases what it holds.
+class NFSGetNextHandle {
+public:
+    virtual ~NFSGetNextHandle() = default;
+};
+
+// Transports a browse object may use.
+enum eUseProtocol { eUseTCP = 0, eUseUDP = 1, eUseTCPThenUDP = 2 };
+
+class NFSBrowse {
+public:
+    virtual ~NFSBrowse() = default;
+
+    // True when every open service answers its NULL procedure: NFS, the lock manager when a
+    // connection to it exists (2-second limit), and MOUNT.
+    virtual bool Verify() = 0;
+    // Mounts every export (once per object) and appends a record for each, in the server's
+    // order, failed ones included (type kDirEntryInvalid). False when some export failed (its
+    // code in the last error) or the server lists none (KX_E_NFS_NO_EXPORT).
+    virtual bool Exports(std::vector<ExportInfo>& list) = 0;
+    // Appends the export paths in the server's order; nothing is cleared first.
+    virtual void ExportPaths(std::vector<std::string>& list) = 0;
+    virtual bool Entries(const DirEntry& dir, std::vector<DirEntry>& list) = 0;
+    // A new entry for the server path, or null (KX_E_NFS_NO_EXPORT when no export serves it).
+    virtual DirEntry* Open(const std::string& path, bool create, bool nearest) = 0;
+    virtual bool Lookup(const DirEntry& dir, const std::string& name, DirEntry& entry) = 0;
+    // The number of bytes written (0 after a failure).
+    virtual unsigned long Write(const DirEntry& file, const char* data, long long offset,
+                                unsigned long count) = 0;
+    // The number of bytes read (0 after a failure).
+    virtual unsigned long Read(const DirEntry& file, char* data, long long offset,
+                               unsigned long count) = 0;
+    // Finds the export under which path lies: of the exports that are path itself or one of its
+    // leading directories, the longest one that mounts (the earlier of two of equal length).
+    // `info` must come in with an empty serverPath. True when one was found and its figures
+    // could be read; a failure to read them leaves the code in the last error.
+    virtual bool FindMountPoint(const std::string& path, ExportInfo& info) = 0;
+    virtual bool CreateObject(const DirEntry& dir, DirEntry& entry) = 0;
+    virtual bool DeleteObject(const DirEntry& dir, const DirEntry& entry) = 0;
+    virtual bool RenameObject(const DirEntry& dir, DirEntry& entry, const std::string& newName) = 0;
+    virtual bool ReadSymlink(const DirEntry& entry, KBuffer& target) = 0;
+    virtual bool CreateSymlink(const DirEntry& dir, DirEntry& entry, const KBuffer& target) = 0;
+    virtual bool Access(const DirEntry& entry, uint32_t& mask) = 0;
+    virtual bool LockFile(const DirEntry& file, bool lock, bool exclusive) = 0;
+    virtual bool MakeLink(const DirEntry& entry, const DirEntry& dir, const std::string& name) = 0;
+    // A new enumeration the caller deletes, or null.
+    virtual NFSGetNextHandle* GetFirstDirEntry(const DirEntry& dir, DirEntry& first) = 0;
+    virtual bool GetNextDirEntry(NFSGetNextHandle* handle, DirEntry& next) = 0;
+    virtual bool SetAttributes(DirEntry& entry, uint32_t selection) = 0;
+    virtual bool GetAttributes(DirEntry& entry) = 0;
+    // The last stored failure code; 0 when nothing has failed.
+    virtual long GetLastObjectError() = 0;
+};
+
+// Creates a browse object for the server at `address` (IPv4, network byte order) with AUTH_UNIX
+// credentials for uid and gids (gids[0] is the primary group), connected to MOUNT version 3
+// over TCP and to NFS version 3 over the transport `protocol` chooses, and reads the export
+// list. hostName (may be empty) names the server in log lines.
+// Returns 0 with `out` set, or a negative code with `out` null:
+//   KX_E_RPC_AUTH            no credentials (for instance an empty gids)
+//   KX_E_OUT_OF_MEMORY
+//   KX_E_NFS_NO_PORTMAPPER   the server's port mapper did not answer
+//   0xE00303..               the translated RPC creation status (a program not registered,
+//                            an unknown host, ...), logged as
+//                            "CreateNFSBrowse failed (system err 0x%8.8x, RPC status %d)"
+//   KX_E_REFUSED             the services answered but the export list could not be read
+// A failure is always logged with that line, whose RPC status is the library's record of the
+// last failed client creation.
+long CreateNFSBrowse(NFSBrowse*& out, unsigned long address, int uid,
+                     const std::vector<int>& gids, CancelledIf* cancelled, eUseProtocol protocol,
+                     const std::string& hostName);
+
+// Resolves host (kxNetUtils::GetHostIPAddress) and creates the browse object for its first
+// address, with host as the name in log lines. A resolution failure is returned as it is.
+long CreateNFSBrowse(NFSBrowse*& out, const std::string& host, int uid,
+                     const std::vector<int>& gids, CancelledIf* cancelled, eUseProtocol protocol);
+
+}  // namespace kxNFSUtils
