@@ -1,0 +1,51 @@
+#include "files/KDirectory.h"
+
+#include <cstring>
+
+#include "log/kxLog.h"
+#include "platform/KFile.h"
+
+KDirectory::GlobFunction KDirectory::s_glob = &::glob;
+
+KDirectory::KDirectory() { memset(&m_glob, 0, sizeof m_glob); }
+
+KDirectory::~KDirectory() { Clear(); }
+
+long KDirectory::Clear() {
+    globfree(&m_glob);
+    memset(&m_glob, 0, sizeof m_glob);
+    m_index = 0;
+    return KX_OK;
+}
+
+bool KDirectory::GetNext(_WIN32_FIND_DATAA* data, const char* caller) {
+    if (caller == nullptr || caller[0] == '\0') caller = "KDirectory::GetNext";
+    if (!m_bMore || data == nullptr) return false;
+    if (m_bFirstCall) {
+        m_bFirstCall = false;
+        const int rc = s_glob(m_pattern.c_str(), 0, nullptr, &m_glob);
+        if (rc != 0) {
+            if (rc != GLOB_NOMATCH) {
+                kxLogPrintfA(KX_E_PATTERN_MATCH, static_cast<kxLogSev>(4),
+                             "%s: error %d matching file pattern <%s>", caller, rc,
+                             m_pattern.c_str());
+            }
+            m_bMore = false;
+            return false;
+        }
+    }
+    if (m_index >= m_glob.gl_pathc) {
+        m_bMore = false;
+        return false;
+    }
+    // A fresh handle without an implementation: see the class comment.
+    KFile file;
+    if (file.GetWinFindData(m_glob.gl_pathv[m_index], data) < 0) {
+        m_bMore = false;
+        return false;
+    }
+    ++m_index;
+    ++m_count;
+    if (m_index >= m_glob.gl_pathc) m_bMore = false;
+    return true;
+}

@@ -1,0 +1,243 @@
+// The tree operations of kxFileUtils: creating a directory with its parents, cleaning or
+// deleting a tree, and copying one.
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "base/KBuffer.h"
+#include "files/KDirectory.h"
+#include "files/kxFileUtils.h"
+#include "files/kxPath.h"
+#include "log/kxLog.h"
+#include "platform/kxWin32.h"
+
+namespace kxFileUtils {
+namespace {
+
+constexpr kxLogSev kSevFailure = static_cast<kxLogSev>(4);
+constexpr long kProgress = kxStatus(0x60FFFF01);
+constexpr size_t kMaxDirName = 32767;
+
+const char* const kCreateTree = "kxFileUtils::CreateDirectoryTree";
+
+bool IsDots(const char* name) { return strcmp(name, ".") == 0 || strcmp(name, "..") == 0; }
+
+// Every entry `pattern` matches, "." and ".." left out.
+std::vector<FILE_INFO> List(const std::string& pattern, const char* caller) {
+    std::vector<FILE_INFO> entries;
+    KDirectory directory;
+    directory.Init(pattern.c_str());
+    _WIN32_FIND_DATAA data;
+    while (directory.GetNext(&data, caller)) {
+        if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && IsDots(data.cFileName)) continue;
+        entries.push_back({data.cFileName, data.dwFileAttributes});
+    }
+    return entries;
+}
+
+// Joins by the syntax of `base`; a relative base, which has no syntax of its own, takes "/".
+std::string Join(const char* base, const std::string& name) {
+    std::string path = base;
+    if (!kxPath::Append(path, name.c_str(), '\0')) kxPath::Append(path, name.c_str(), '/');
+    return path;
+}
+
+// Creates the levels of one directory name in place. The name is cut at its slashes with
+// terminators while ancestors are examined, and the slashes are put back afterwards. Walking
+// up and then down (rather than recursing) keeps deep trees off the stack.
+class TreeBuilder {
+public:
+    TreeBuilder(char* name, size_t length, _SECURITY_ATTRIBUTES* sa)
+        : name_(name), length_(length), sa_(sa) {}
+    TreeBuilder(const TreeBuilder&) = delete;
+    TreeBuilder& operator=(const TreeBuilder&) = delete;
+
+    long Build(bool* created);
+
+private:
+    // name_ cut to its first n characters, until the next Cut.
+    const char* Cut(size_t n) {
+        for (size_t cut : cuts_) name_[cut] = '/';
+        cuts_.clear();
+        if (n < length_) {
+            name_[n] = '\0';
+            cuts_.push_back(n);
+        }
+        return name_;
+    }
+    // Each level below a failed one reports that its parent could not be made.
+    long FailParents(long status, size_t failedLevel) {
+        size_t parent = failedLevel;
+        for (size_t i = pending_.size(); i-- > 0;) {
+            if (pending_[i] <= parent) continue;
+            kxLogPrintfA(status, kSevFailure, "%s: error trying to create parent dir <%s>",
+                         kCreateTree, Cut(parent));
+            parent = pending_[i];
+        }
+        Cut(length_);
+        return status;
+    }
+    long Examine(size_t level, bool& missing);
+
+    char* name_;
+    size_t length_;
+    _SECURITY_ATTRIBUTES* sa_;
+    std::vector<size_t> cuts_;
+    std::vector<size_t> pending_;  // lengths of the levels to create, deepest first
+};
+
+long TreeBuilder::Examine(size_t level, bool& missing) {
+    bool exists = false;
+    uint32_t attributes = 0;
+    const long status = PathExists(Cut(level), exists, &attributes);
+    missing = !exists;
+    if (status != KX_OK || !exists || (attributes & FILE_ATTRIBUTE_DIRECTORY)) return status;
+    kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: <%s> exists but is not a directory",
+                 kCreateTree, name_);
+    return KX_E_BAD_ARGUMENT;
+}
+
+long TreeBuilder::Build(bool* created) {
+    size_t level = length_;
+    for (;;) {
+        bool missing = false;
+        const long status = Examine(level, missing);
+        if (status != KX_OK) return FailParents(status, level);
+        if (!missing) break;
+        pending_.push_back(level);
+        // The parent ends before the last run of slashes that does not start the name.
+        size_t slash = level;
+        while (slash > 1 && name_[slash - 1] != '/') --slash;
+        if (slash <= 1) break;
+        level = slash - 1;
+        while (level > 1 && name_[level - 1] == '/') --level;
+    }
+
+    while (!pending_.empty()) {
+        level = pending_.back();
+        pending_.pop_back();
+        if (!CreateDirectoryA(Cut(level), sa_)) {
+            const int error = errno;
+            // Made by someone else since it was examined: as good as made here.
+            const DWORD now = error == EEXIST ? GetFileAttributesA(name_) : INVALID_FILE_ATTRIBUTES;
+            if (now != INVALID_FILE_ATTRIBUTES && (now & FILE_ATTRIBUTE_DIRECTORY)) continue;
+            const long status = error == 5 ? KX_E_DIRECTORY_REFUSED : KX_E_DIRECTORY;
+            kxLogPrintfA(status, kSevFailure, "%s: error %d creating directory <%s>'", kCreateTree,
+                         error, name_);
+            return FailParents(status, level);
+        }
+        if (level == length_ && created != nullptr) *created = true;
+    }
+    Cut(length_);
+    return KX_OK;
+}
+
+}  // namespace
+
+long CreateDirectoryTree(const char* dir, _SECURITY_ATTRIBUTES* sa, bool* created) {
+    if (created != nullptr) *created = false;
+    if (dir == nullptr) return KX_E_BAD_ARGUMENT;
+    size_t length = strlen(dir);
+    if (length == 0) return KX_OK;
+    if (length > kMaxDirName) {
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: DirName <%.100s> too long, %lu chars",
+                     kCreateTree, dir, static_cast<unsigned long>(length));
+        return KX_E_BAD_ARGUMENT;
+    }
+    char local[MAX_PATH + 1];
+    KBuffer heap;
+    char* name = local;
+    if (length > MAX_PATH) {
+        const long status = heap.Resize(static_cast<unsigned long>(length) + 1, kCreateTree);
+        if (status != KX_OK) return status;
+        name = reinterpret_cast<char*>(heap.GetPtr(0, static_cast<unsigned long>(length) + 1));
+    }
+    memcpy(name, dir, length + 1);
+    while (length > 1 && name[length - 1] == '/') name[--length] = '\0';
+    TreeBuilder builder(name, length, sa);
+    return builder.Build(created);
+}
+
+long CleanDirectory(const char* dir, bool deleteDirectory, bool stopOnError, const char* spec) {
+    const char* const function = "kxFileUtils::CleanDirectory";
+    bool exists = false;
+    uint32_t attributes = 0;
+    long status = PathExists(dir, exists, &attributes);
+    if (status != KX_OK || !exists) return status;
+    if (spec == nullptr) spec = "*";
+    kxLogPrintfA(kProgress, kxLogSevProgress, "%s: %s directory <%s> with file spec <%s>", function,
+                 deleteDirectory ? "deleting" : "cleaning", dir, spec);
+    if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: <%s> is not a directory", function, dir);
+        return KX_E_BAD_ARGUMENT;
+    }
+    // The compatibility layer never reports read-only today; kept for layers that do.
+    if ((attributes & 0x01) && !SetFileAttributesA(dir, attributes & ~0x01u)) {
+        const long failed = kxStatus(0xE0020107);
+        kxLogPrintfA(failed, kSevFailure,
+                     "%s: error %d setting read-only directory <%s> to be writable", function,
+                     errno, dir);
+        return failed;
+    }
+
+    std::string pattern = dir;
+    AppendNameToPath(pattern, spec, '/');
+    bool anyFailed = false;
+    for (const FILE_INFO& entry : List(pattern, function)) {
+        std::string path = dir;
+        AppendNameToPath(path, entry.name.c_str(), '/');
+        status = (entry.attributes & FILE_ATTRIBUTE_DIRECTORY)
+                     ? CleanDirectory(path.c_str(), true, stopOnError, spec)
+                     : RemoveFile(path.c_str());
+        if (status == KX_OK) continue;
+        anyFailed = true;
+        if (stopOnError) {
+            kxLogPrintfA(status, kSevFailure, "%s: error deleting <%s>", function, path.c_str());
+            break;
+        }
+        kxLogPrintfA(status, kxLogSevWarning, "%s: unable to delete <%s>", function, path.c_str());
+    }
+    if (deleteDirectory && !anyFailed) {
+        if (!RemoveDirectoryA(dir)) {
+            kxLogPrintfA(KX_E_DIRECTORY, kSevFailure, "%s: error %d deleting directory <%s>",
+                         function, errno, dir);
+            return KX_E_DIRECTORY;
+        }
+        return KX_OK;
+    }
+    return status;
+}
+
+long CopyDirectoryTree(const char* from, const char* to, _SECURITY_ATTRIBUTES* sa, bool recursive) {
+    const char* const function = "kxFileUtils::CopyDirectoryTree";
+    if (from == nullptr || to == nullptr) return KX_E_BAD_ARGUMENT;
+    long status = CreateDirectoryTree(to, sa, nullptr);
+    if (status != KX_OK) {
+        kxLogPrintfA(status, kSevFailure, "%s: error creating destination directory", function);
+        return status;
+    }
+    for (const FILE_INFO& entry : List(Join(from, "*"), function)) {
+        const std::string source = Join(from, entry.name);
+        const std::string target = Join(to, entry.name);
+        if (entry.attributes & FILE_ATTRIBUTE_DIRECTORY) {
+            if (!recursive || IsDots(entry.name.c_str())) continue;
+            status = CopyDirectoryTree(source.c_str(), target.c_str(), sa, true);
+            if (status != KX_OK) {
+                kxLogPrintfA(status, kSevFailure, "%s: error copying sub-directory tree <%s> to <%s>",
+                             function, source.c_str(), target.c_str());
+                return status;
+            }
+        } else if (!CopyFileA(source.c_str(), target.c_str(), FALSE)) {
+            const int error = errno;
+            status = kxCopyFailureStatus(error);
+            kxLogPrintfA(status, kSevFailure, "%s: error %d copying file <%s> to <%s>", function,
+                         error, source.c_str(), target.c_str());
+            return status;
+        }
+    }
+    return KX_OK;
+}
+
+}  // namespace kxFileUtils
