@@ -163,19 +163,30 @@ public:
 
 private:
     KCStringData* GetData() { return reinterpret_cast<KCStringData*>(m_pchData) - 1; }
+    // The header of another string, writable for its reference count.
+    static KCStringData* SharedData(const KCString& s) {
+        return reinterpret_cast<KCStringData*>(s.m_pchData) - 1;
+    }
     bool IsNil() const;
 
     void Init();
+    // A block for n characters (the size class's capacity, or exactly n above 512); the
+    // empty sentinel for 0. Throws std::bad_alloc (logged) when no block can be had, or for a
+    // negative n (a length sum that overflowed), leaving the string untouched.
     void AllocBuffer(int n);
+    [[noreturn]] static void ThrowAllocFailure();
+    void SetLength(int n);
+    void Swap(KCString& other);
     void Release();
     static void Release(KCStringData* data);
     static void FreeData(KCStringData* data);
     void CopyBeforeWrite();
     void AllocBeforeWrite(int n);
     void AssignCopy(int n, const char* src);
-    void AllocCopy(KCString& dest, int copyLen, int copyIndex, int extraLen) const;
+    void AllocCopy(KCString& dest, int copyLen, int copyIndex) const;
     void ConcatCopy(int len1, const char* s1, int len2, const char* s2);
     void ConcatInPlace(int n, const char* s);
+    void TrimLeftBy(int n);
 
     char* m_pchData;
 };
@@ -200,7 +211,11 @@ namespace kxStrUtils {
 
 extern const char afxChNil;
 // The empty block: refCount -1, lengths 0, text "". Never counted, freed or written.
-extern KCStringData _afxInitData;
+struct KCStringInitData {
+    KCStringData header;
+    char text[4];
+};
+extern KCStringInitData _afxInitData;
 extern KCStringData* const _afxDataNil;
 extern const char* const _afxPchNil;
 

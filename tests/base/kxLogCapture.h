@@ -28,6 +28,8 @@ public:
 
     long vPrintf(long code, kxLogSev sev, unsigned long, const char* format,
                  va_list args) override {
+        // Like the real stream: informational messages only when they are switched on.
+        if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
         char text[4096];
         vsnprintf(text, sizeof text, format, args);
         std::lock_guard<std::mutex> hold(mutex_);

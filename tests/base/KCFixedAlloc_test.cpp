@@ -1,0 +1,114 @@
+#include "base/KCFixedAlloc.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "kxHeapFaults.h"
+#include "kxLogCapture.h"
+
+namespace {
+
+TEST(KCPlex, ChunksChainInFrontAndFreeTogether) {
+    KCPlex* head = nullptr;
+    KCPlex* first = KCPlex::Create(head, 4, 16);
+    KCPlex* second = KCPlex::Create(head, 4, 16);
+    EXPECT_EQ(head, second);
+    EXPECT_EQ(second->pNext, first);
+    EXPECT_EQ(first->pNext, nullptr);
+    memset(first->data(), 0xAB, 64);  // the whole payload is usable
+    head->FreeDataChain();            // leak checkers see anything left behind
+}
+
+TEST(KCFixedAlloc, FreshChunkHandsOutAscendingAddressesThenANewChunk) {
+    KCFixedAlloc pool(80, 64);
+    std::vector<char*> blocks;
+    for (int i = 0; i < 64; ++i) blocks.push_back(static_cast<char*>(pool.Alloc()));
+    for (int i = 1; i < 64; ++i) EXPECT_EQ(blocks[i] - blocks[i - 1], 80) << i;
+
+    kxtest::HeapFaults counter(-1);
+    char* sixtyFifth = static_cast<char*>(pool.Alloc());
+    EXPECT_EQ(kxtest::HeapFaults::Count(), 1);  // the 65th needed a second chunk
+    ASSERT_NE(sixtyFifth, nullptr);
+    EXPECT_TRUE(sixtyFifth < blocks.front() || sixtyFifth > blocks.back());
+    pool.Alloc();
+    EXPECT_EQ(kxtest::HeapFaults::Count(), 1);
+}
+
+TEST(KCFixedAlloc, FreedBlocksAreReusedLastInFirstOut) {
+    KCFixedAlloc pool(24, 8);
+    void* a = pool.Alloc();
+    void* b = pool.Alloc();
+    pool.Free(a);
+    pool.Free(b);
+    pool.Free(nullptr);  // ignored
+    EXPECT_EQ(pool.Alloc(), b);
+    EXPECT_EQ(pool.Alloc(), a);
+}
+
+TEST(KCFixedAlloc, TinyElementsStillHoldTheFreeListLink) {
+    KCFixedAlloc pool(1, 3);
+    EXPECT_EQ(pool.GetElementSize(), sizeof(void*));
+    std::set<void*> seen;
+    for (int i = 0; i < 10; ++i) seen.insert(pool.Alloc());
+    EXPECT_EQ(seen.size(), 10u);
+}
+
+TEST(KCFixedAlloc, FailedChunkIsLoggedAndGivesNull) {
+    kxtest::LogCapture log;
+    KCFixedAlloc pool(80, 64);
+    {
+        kxtest::HeapFaults faults(0);
+        EXPECT_EQ(pool.Alloc(), nullptr);
+    }
+    const int bytes = 80 * 64 + static_cast<int>(sizeof(void*));
+    EXPECT_TRUE(log.Has(KX_E_UNHANDLED_EXCEPTION,
+                        "KCFixedAlloc::Alloc: memory exception allocating " + std::to_string(bytes) +
+                            " bytes"));
+    // The lock was released: the allocator still works.
+    EXPECT_NE(pool.Alloc(), nullptr);
+}
+
+TEST(KCFixedAlloc, FreeAllReleasesEverythingAndStartsOver) {
+    KCFixedAlloc pool(32, 4);
+    for (int i = 0; i < 10; ++i) pool.Alloc();
+    pool.FreeAll();
+    kxtest::HeapFaults counter(-1);
+    EXPECT_NE(pool.Alloc(), nullptr);
+    EXPECT_EQ(kxtest::HeapFaults::Count(), 1);  // a new chunk: the old ones are gone
+}
+
+TEST(KCFixedAlloc, ThreadsNeverReceiveTheSameBlock) {
+    KCFixedAlloc pool(80, 64);
+    constexpr int kThreads = 4, kRounds = 2000, kHeld = 16;
+    std::vector<std::vector<void*>> owned(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] {
+            std::vector<void*> held;
+            for (int r = 0; r < kRounds; ++r) {
+                for (int i = 0; i < kHeld; ++i) {
+                    auto* p = static_cast<uint32_t*>(pool.Alloc());
+                    *p = static_cast<uint32_t>(t);  // a block shared by two threads shows here
+                    held.push_back(p);
+                }
+                for (void* p : held) {
+                    EXPECT_EQ(*static_cast<uint32_t*>(p), static_cast<uint32_t>(t));
+                    pool.Free(p);
+                }
+                held.clear();
+            }
+            for (int i = 0; i < kHeld; ++i) owned[t].push_back(pool.Alloc());
+        });
+    for (auto& th : threads) th.join();
+    std::set<void*> all;
+    for (auto& v : owned) all.insert(v.begin(), v.end());
+    EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * kHeld));
+}
+
+}  // namespace
