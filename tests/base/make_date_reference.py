@@ -72,6 +72,16 @@ def calendar_moments(rng):
             moments.append(first)
             moments.append(first.replace(month=month % 12 + 1, year=year + month // 12)
                            - dt.timedelta(days=1))
+    # Year ends and leap days around the ends of 400-year cycles, centuries and 4-year blocks.
+    for year in (103, 104, 399, 400, 1599, 1600, 1699, 1700, 1703, 1704, 1799, 1800, 1999, 2000,
+                 2099, 2100, 2103, 2104, 2399, 2400, 9996, 9999):
+        moments.append(dt.datetime(year, 1, 1, 0, 0, 0))
+        moments.append(dt.datetime(year, 2, 28, 23, 0, 0))
+        moments.append(dt.datetime(year, 3, 1, 1, 0, 0))
+        if year != 9999:
+            moments.append(dt.datetime(year, 12, 31, 22, 0, 0))
+        if year % 4 == 0 and (year % 100 != 0 or year % 400 == 0):
+            moments.append(dt.datetime(year, 2, 29, 12, 0, 0))
     lo = dt.datetime(100, 1, 2).toordinal()
     hi = dt.datetime(9999, 12, 30).toordinal()
     for _ in range(400):
