@@ -1,20 +1,578 @@
 #include "log/KLogStream.h"
 
-KLogStream::~KLogStream() { m_dwSignature = kSignatureReset; }
+#include <pthread.h>
+#include <sched.h>
+#include <unistd.h>
 
-// Until the file-backed stream exists, a stream has nowhere to put a record and refuses it.
-long KLogStream::vPrintf(long, kxLogSev, unsigned long, const char*, va_list) {
-    return KX_E_LOG_NO_STREAM;
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <new>
+#include <cwchar>
+#include <vector>
+
+#include "platform/kxWin32.h"
+
+namespace {
+
+// Flushes counted over all streams of the process; every third one touches the file.
+std::atomic<uint32_t> g_dwFlushCount{0};
+
+constexpr uint32_t kMaxFileSize = 0x40000000u;  // kMaxSizeKB * 1024
+
+uint64_t NowNs() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000000000ull + static_cast<uint64_t>(ts.tv_nsec);
 }
 
-long KLogStream::vPrintf(long, kxLogSev, unsigned long, const wchar_t*, va_list) {
-    return KX_E_LOG_NO_STREAM;
+void PauseNs(long ns) {
+    struct timespec ts{0, ns};
+    nanosleep(&ts, nullptr);
 }
 
-long KLogStream::vBigMsgPrintf(long, kxLogSev, unsigned long, const char*, va_list) {
-    return KX_E_LOG_NO_STREAM;
+}  // namespace
+
+// ---- construction and release --------------------------------------------------------------
+
+KLogStream::KLogStream() = default;
+
+KLogStream::KLogStream(const char* dir, const char* name, unsigned long sizeKB,
+                       unsigned long flushInterval, bool writeStartRec)
+    : m_dwFlushInterval(static_cast<uint32_t>(flushInterval)) {
+    if (dir == nullptr || *dir == '\0' || name == nullptr || *name == '\0' || sizeKB == 0 ||
+        sizeKB > kMaxSizeKB || strlen(dir) + 1 + strlen(name) + 1 > 261)
+        return;
+    try {
+        m_dwSignature = kSignatureConstructing;
+        m_lOpenStatus = Open(dir, name, sizeKB, writeStartRec);
+    } catch (...) {
+        kxLogEventStringA("unhandled exception in KLogStream::KLogStream", KX_E_UNHANDLED_EXCEPTION,
+                          kxLogSevError, nullptr);
+        m_lOpenStatus = KX_E_UNHANDLED_EXCEPTION;
+    }
+    if (m_lOpenStatus != KX_OK) {
+        if (m_dwSignature == kSignatureConstructing) UnlockLogfile();
+        ReleaseResources();
+        m_dwSignature = kSignatureReset;
+    }
 }
 
-long KLogStream::PrintString(const char*, long, kxLogSev, unsigned long) {
-    return KX_E_LOG_NO_STREAM;
+KLogStream::KLogStream(const char* path) : m_bReadOnly(true) {
+    if (path == nullptr || *path == '\0') return;
+    try {
+        m_dwSignature = kSignatureConstructing;
+        m_lOpenStatus = OpenReadOnly(path);
+    } catch (...) {
+        m_lOpenStatus = KX_E_UNHANDLED_EXCEPTION;
+    }
+    if (m_lOpenStatus != KX_OK) {
+        if (m_dwSignature == kSignatureConstructing) UnlockLogfile();
+        ReleaseResources();
+        m_dwSignature = kSignatureReset;
+    }
+}
+
+KLogStream::~KLogStream() {
+    ReleaseResources();
+    m_dwSignature = kSignatureReset;
+}
+
+long KLogStream::ReleaseResources() {
+    m_pImage = nullptr;
+    m_dwMappedSize = 0;
+    m_File.UnMapFile();
+    m_File.CloseHandle();
+    return KX_OK;
+}
+
+// Steps of the file-backed constructor. Returns with the locks held on success; on failure the
+// caller unlocks and releases.
+long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
+                      bool writeStartRec) {
+    std::string path = dir;
+    const char sep = strchr(dir, '/') != nullptr ? '/' : '\\';
+    if (path.back() != sep) path += sep;
+    path += name;
+
+    long status = m_Mutex.Create(CreateAuxName(path, "_MUTEX").c_str(), false);
+    if (status != KX_OK) return status;
+    // Another process made the lock object: it has the file in use, so never re-create it.
+    const bool lockObjectExisted = errno == ERROR_ALREADY_EXISTS;
+
+    status = LockLogfile(30000, 4);
+    if (status != KX_OK) return status;
+
+    if (m_File.CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                           FILE_ATTRIBUTE_NORMAL, nullptr) != 0 ||
+        !m_File.IsOpen())
+        return KX_E_FILE_OPEN;
+    status = LockFile(30000, 4);
+    if (status != KX_OK) return status;
+
+    // The file's state is judged only now, under the file lock: another process may have
+    // created or resized it between our open and our lock.
+    struct stat st;
+    if (m_File.fstat(&st) != 0) return KX_E_FILE_STAT;
+    const uint64_t fileSize = static_cast<uint64_t>(st.st_size);
+    const uint32_t newSize = static_cast<uint32_t>(sizeKB * 1024);
+    bool recreate = fileSize == 0 || fileSize >= 0x100000000ull || fileSize % 1024 != 0 ||
+                    fileSize > kMaxFileSize;
+    const bool resize = !recreate && fileSize != newSize;
+    const uint32_t oldKB = static_cast<uint32_t>(fileSize / 1024);
+    if (!recreate) {
+        KLogFile header(0);
+        unsigned long got = 0;
+        if (m_File.SetFilePointer(0, nullptr, FILE_BEGIN) != 0 ||
+            !m_File.ReadFile(&header, sizeof header, &got, nullptr) || got != sizeof header)
+            return KX_E_FILE_READ;
+        // Appends are native only, so a file of the other byte order is re-created.
+        recreate = header.IsOppositeEndian() || !header.IsValid(resize ? oldKB : sizeKB);
+    }
+
+    if (recreate) {
+        if (lockObjectExisted) return KX_E_LOG_NO_STREAM;
+        KLogFile fresh(sizeKB);
+        unsigned long written = 0;
+        if (m_File.SetFilePointer(0, nullptr, FILE_BEGIN) != 0 ||
+            !m_File.WriteFile(&fresh, sizeof fresh, &written, nullptr) ||
+            written != sizeof fresh || !m_File.SetEndOfFile())
+            return KX_E_LOG_RECREATE;
+    } else if (resize) {
+        status = Resize(path, oldKB, sizeKB);
+        if (status != KX_OK) return status;
+    }
+
+    void* image = m_File.MapFile(nullptr, PAGE_READWRITE, 0, newSize,
+                                 CreateAuxName(path, "_FMAP").c_str());
+    if (image == nullptr) return KX_E_LOG_MAP;
+    m_pImage = static_cast<KLogFile*>(image);
+    m_dwMappedSize = newSize;
+    if (m_pImage->SizeInBytes() != newSize) return KX_E_LOG_MAP_SIZE;
+
+    if (recreate && writeStartRec) m_pImage->WriteStartRec();
+    if (resize) m_pImage->WriteResizeRec(oldKB, sizeKB);
+
+    // From here on the stream reports its failures as statuses only: a failure logged from
+    // inside an append would come straight back into this stream.
+    m_File.SetLogErrors(false);
+    m_dwSignature = kSignatureLive;
+    TouchLogfile();
+    UnlockLogfile();
+    return KX_OK;
+}
+
+long KLogStream::Resize(const std::string& path, uint32_t oldKB, unsigned long newKB) {
+    const uint32_t oldSize = oldKB * 1024;
+    const uint32_t newSize = static_cast<uint32_t>(newKB * 1024);
+    const KLogFile* old = static_cast<const KLogFile*>(
+        m_File.MapFile(nullptr, PAGE_READWRITE, 0, oldSize, CreateAuxName(path, "_FMAP").c_str()));
+    if (old == nullptr) return KX_E_LOG_MAP;
+
+    // The scratch image: a temporary file beside the log, or memory when it cannot be made.
+    const std::string tmpName = path + "_tmp";
+    KFile tmp;
+    void* scratch = nullptr;
+    bool inMemory = false;
+    if (tmp.CreateFileA(tmpName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                        FILE_ATTRIBUTE_TEMPORARY, nullptr) == 0)
+        scratch = tmp.MapFile(nullptr, PAGE_READWRITE, 0, newSize, tmpName.c_str());
+    if (scratch == nullptr) {
+        scratch = VirtualAlloc(nullptr, newSize, MEM_COMMIT, PAGE_READWRITE);
+        inMemory = scratch != nullptr;
+    }
+    long status = KX_OK;
+    if (scratch == nullptr) {
+        status = KX_E_OUT_OF_MEMORY;
+    } else {
+        KLogFile* image = new (scratch) KLogFile(newKB);
+        // Oldest to newest, each with its own stamp, process, thread, type and flags; when the
+        // new file is smaller the ring simply overwrites the oldest. A record too large for the
+        // new file is left out.
+        for (const KLogRec* rec = old->FirstRec(); rec != nullptr;
+             rec = old->NewerRec(rec, rec->GetRecNum())) {
+            if (old->RecordAt(old->OffsetOf(rec)) != rec) break;
+            void* payload = nullptr;
+            if (image->NewRecord(rec->GetTimeStamp(), rec->GetProcessId(), rec->GetThreadId(),
+                                 rec->GetType(), rec->GetFlags(), rec->GetPayloadSize(),
+                                 &payload) == KX_OK)
+                memcpy(payload, rec->Payload(), rec->GetPayloadSize());
+        }
+        m_File.UnMapFile();
+        if (m_File.SetFilePointer(static_cast<long>(newSize), nullptr, FILE_BEGIN) != newSize ||
+            !m_File.SetEndOfFile())
+            status = KX_E_FILE_STAT;
+        else
+            status = WriteWholeFile(scratch, newSize);
+    }
+    m_File.UnMapFile();
+    if (inMemory) VirtualFree(scratch, 0, MEM_RELEASE);
+    tmp.CloseHandle();
+    DeleteFileA(tmpName.c_str());
+    return status;
+}
+
+long KLogStream::WriteWholeFile(const void* image, uint32_t size) {
+    if (m_File.SetFilePointer(0, nullptr, FILE_BEGIN) != 0) return KX_E_FILE_STAT;
+    const uint8_t* p = static_cast<const uint8_t*>(image);
+    for (uint32_t done = 0; done < size;) {
+        unsigned long n = 0;
+        if (!m_File.WriteFile(p + done, size - done, &n, nullptr) || n == 0) return KX_E_FILE_WRITE;
+        done += static_cast<uint32_t>(n);
+    }
+    return KX_OK;
+}
+
+long KLogStream::OpenReadOnly(const char* path) {
+    long status = m_Mutex.Create();
+    if (status != KX_OK) return status;
+    status = LockLogfile(500, 4);
+    if (status != KX_OK) return status;
+    m_File.SetLogErrors(false);
+    const unsigned long opened = m_File.CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened != 0) return static_cast<long>(static_cast<int32_t>(opened));
+    status = LockFile(500, 4);
+    if (status != KX_OK) return status;
+    struct stat st;
+    if (m_File.fstat(&st) != 0) return KX_E_FILE_STAT;
+    KLogFile header(0);
+    unsigned long got = 0;
+    if (!m_File.ReadFile(&header, sizeof header, &got, nullptr) || got != sizeof header)
+        return KX_E_FILE_READ;
+    const uint64_t size = header.SizeInBytes();
+    // The walks trust the header's size, so it must be exactly what gets mapped.
+    if (!header.IsHdrDataValid() || size != static_cast<uint64_t>(st.st_size) ||
+        size < kxLogFileHeaderSize + kxLogRecHeaderSize || size > kMaxFileSize)
+        return KX_E_LOG_NO_STREAM;
+    void* image = m_File.MapFile(nullptr, PAGE_READONLY, 0, static_cast<unsigned long>(size),
+                                 CreateAuxName(path, "_FMAP").c_str());
+    if (image == nullptr) return KX_E_LOG_MAP;
+    m_pImage = static_cast<KLogFile*>(image);
+    m_dwMappedSize = static_cast<uint32_t>(size);
+    m_dwSignature = kSignatureLive;
+    UnlockLogfile();
+    return KX_OK;
+}
+
+// ---- locking -----------------------------------------------------------------------------
+
+long KLogStream::LockLogfile(unsigned long timeoutMs, unsigned long tries) const {
+    if (m_dwSignature != kSignatureLive && m_dwSignature != kSignatureConstructing)
+        return KX_E_NOT_INITIALISED;
+    if (tries == 0) return KX_S_WAIT_TIMEOUT;
+    long status = KX_S_WAIT_TIMEOUT;
+    for (unsigned long i = 0; i < tries && status == KX_S_WAIT_TIMEOUT; ++i)
+        status = m_Mutex.Lock(timeoutMs);
+    if (status != KX_OK) return status;
+    if (m_File.IsOpen()) {
+        status = LockFile(timeoutMs, tries);
+        if (status != KX_OK) m_Mutex.Unlock();
+    }
+    return status;
+}
+
+// The kernel lock has no timed wait: poll it, yielding first (the holder usually lets go
+// within microseconds), then sleeping in growing steps, until the whole wait has passed.
+long KLogStream::LockFile(unsigned long timeoutMs, unsigned long tries) const {
+    const uint64_t deadline =
+        NowNs() + static_cast<uint64_t>(timeoutMs) * static_cast<uint64_t>(tries) * 1000000ull;
+    long pauseNs = 20000;
+    for (unsigned attempt = 0;; ++attempt) {
+        const long status = m_File.TryLockFile(!m_bReadOnly);
+        if (status != KX_S_WAIT_TIMEOUT) return status;
+        if (NowNs() >= deadline) return KX_S_WAIT_TIMEOUT;
+        if (attempt < 32) {
+            sched_yield();
+        } else {
+            PauseNs(pauseNs);
+            pauseNs = std::min(pauseNs * 2, 1000000L);
+        }
+    }
+}
+
+long KLogStream::UnlockLogfile() const {
+    if (m_dwSignature != kSignatureLive && m_dwSignature != kSignatureConstructing)
+        return KX_E_NOT_INITIALISED;
+    if (m_File.IsOpen()) m_File.UnlockFile();
+    return m_Mutex.Unlock();
+}
+
+KLogFile* KLogStream::Image() const {
+    if (m_pImage == nullptr || m_pImage->SizeInBytes() != m_dwMappedSize) return nullptr;
+    return m_pImage;
+}
+
+KLogStream::Lock::Lock(const KLogStream* stream, bool acquire) : m_pStream(stream) {
+    if (acquire) AcquireLock();
+}
+
+long KLogStream::Lock::AcquireLock() {
+    if (m_bHeld) return KX_OK;
+    if (!KLogStream::IsLive(m_pStream)) return KX_E_NOT_INITIALISED;
+    const long status = m_pStream->LockLogfile(500, 4);
+    m_bHeld = status == KX_OK;
+    return status;
+}
+
+void KLogStream::Lock::ReleaseLock() {
+    if (!m_bHeld) return;
+    m_pStream->UnlockLogfile();
+    m_bHeld = false;
+}
+
+// ---- writing -----------------------------------------------------------------------------
+
+long KLogStream::WriteRec(const void* data, unsigned long size, kxLogRecType type,
+                          unsigned long flags) {
+    _FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return WriteRec(data, size, now, static_cast<unsigned long>(getpid()),
+                    static_cast<unsigned long>(pthread_self()), type, flags);
+}
+
+long KLogStream::WriteRec(const void* data, unsigned long size, const _FILETIME& stamp,
+                          unsigned long processId, unsigned long threadId, kxLogRecType type,
+                          unsigned long flags) {
+    if (!IsLive()) return KX_E_LOG_NO_STREAM;
+    if (m_bReadOnly) return KX_E_REFUSED;
+    long status = LockLogfile(500, 4);
+    if (status != KX_OK) return status;
+    KLogFile* image = Image();
+    void* payload = nullptr;
+    status = image != nullptr ? image->NewRecord(stamp, processId, threadId, type, flags, size, &payload)
+                              : KX_E_LOG_NO_STREAM;
+    if (status == KX_OK) {
+        if (size != 0) memcpy(payload, data, size);
+        CheckFlushLogfile();
+    }
+    UnlockLogfile();
+    return status;
+}
+
+long KLogStream::WriteText(long code, kxLogSev sev, unsigned long flags, kxLogRecType type,
+                           void* payload, unsigned long textBytes) {
+    int32_t prefix[2] = {static_cast<int32_t>(code), static_cast<int32_t>(sev)};
+    memcpy(payload, prefix, sizeof prefix);
+    return WriteRec(payload, kxLogTextPayloadPrefix + textBytes, type, flags);
+}
+
+long KLogStream::vPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
+                         va_list args) {
+    if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
+    if (!IsLive()) return KX_E_LOG_NO_STREAM;
+    char buf[kxLogTextPayloadPrefix + kxLogMaxText + 1];
+    int n = vsnprintf(buf + kxLogTextPayloadPrefix, kxLogMaxText + 1, format ? format : "", args);
+    if (n == -1) n = kxLogMaxText;
+    const unsigned long len = std::min<unsigned long>(n < 0 ? 0 : n, kxLogMaxText);
+    return WriteText(code, sev, flags, kxLogRecTypeStringA, buf, len);
+}
+
+long KLogStream::vBigMsgPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
+                               va_list args) {
+    if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
+    if (!IsLive()) return KX_E_LOG_NO_STREAM;
+    std::vector<char> buf(kxLogTextPayloadPrefix + kxLogMaxBigText + 1);
+    int n = vsnprintf(buf.data() + kxLogTextPayloadPrefix, kxLogMaxBigText + 1,
+                      format ? format : "", args);
+    if (n == -1) n = kxLogMaxBigText;
+    const unsigned long len = std::min<unsigned long>(n < 0 ? 0 : n, kxLogMaxBigText);
+    return WriteText(code, sev, flags, kxLogRecTypeStringA, buf.data(), len);
+}
+
+long KLogStream::vPrintf(long code, kxLogSev sev, unsigned long flags, const wchar_t* format,
+                         va_list args) {
+    if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
+    if (!IsLive()) return KX_E_LOG_NO_STREAM;
+    constexpr size_t kPrefixChars = kxLogTextPayloadPrefix / sizeof(wchar_t);
+    static_assert(sizeof(wchar_t) == 4, "wide records hold 32-bit characters");
+    wchar_t buf[kPrefixChars + kxLogMaxWideText + 1];
+    buf[kPrefixChars] = L'\0';
+    int n = vswprintf(buf + kPrefixChars, kxLogMaxWideText + 1, format ? format : L"", args);
+    // -1 is also what a text longer than the buffer gives: keep what was formatted.
+    if (n < 0) n = static_cast<int>(wcsnlen(buf + kPrefixChars, kxLogMaxWideText));
+    const unsigned long len = std::min<unsigned long>(n, kxLogMaxWideText);
+    return WriteText(code, sev, flags, kxLogRecTypeStringW, buf, len * sizeof(wchar_t));
+}
+
+long KLogStream::PrintString(const char* text, long code, kxLogSev sev, unsigned long flags) {
+    if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
+    if (!IsLive()) return KX_E_LOG_NO_STREAM;
+    if (text == nullptr) text = "";
+    char buf[kxLogTextPayloadPrefix + kxLogMaxText];
+    const size_t len = strnlen(text, kxLogMaxText);
+    memcpy(buf + kxLogTextPayloadPrefix, text, len);
+    return WriteText(code, sev, flags, kxLogRecTypeStringA, buf, len);
+}
+
+long KLogStream::PrintString(const wchar_t* text, long code, kxLogSev sev, unsigned long flags) {
+    if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
+    if (!IsLive()) return KX_E_LOG_NO_STREAM;
+    if (text == nullptr) text = L"";
+    uint8_t buf[kxLogTextPayloadPrefix + kxLogMaxWideText * sizeof(wchar_t)];
+    const size_t bytes = wcsnlen(text, kxLogMaxWideText) * sizeof(wchar_t);
+    memcpy(buf + kxLogTextPayloadPrefix, text, bytes);
+    return WriteText(code, sev, flags, kxLogRecTypeStringW, buf, bytes);
+}
+
+long KLogStream::ClearRecs() {
+    if (!IsLive()) return KX_E_LOG_NO_STREAM;
+    if (m_bReadOnly) return KX_E_REFUSED;
+    long status = LockLogfile(500, 4);
+    if (status != KX_OK) return status;
+    KLogFile* image = Image();
+    status = image != nullptr ? image->ClearRecs() : KX_E_LOG_NO_STREAM;
+    UnlockLogfile();
+    return status;
+}
+
+long KLogStream::Flush() {
+    if (!IsLive()) return KX_E_LOG_NO_STREAM;
+    long status = LockLogfile(500, 4);
+    if (status != KX_OK) return status;
+    status = FlushLogfile();
+    UnlockLogfile();
+    return status;
+}
+
+long KLogStream::FlushLogfile() const {
+    return m_File.FlushViewOfFile(nullptr, 0) ? KX_OK : KX_E_FILE_FLUSH;
+}
+
+long KLogStream::CheckFlushLogfile() {
+    if (!m_bFileBacked || m_dwFlushInterval == 0) return KX_OK;
+    if (++m_dwWritesSinceFlush < m_dwFlushInterval) return KX_OK;
+    m_dwWritesSinceFlush = 0;
+    long status = FlushLogfile();
+    if (++g_dwFlushCount % 3 == 0) TouchLogfile();
+    return status;
+}
+
+long KLogStream::TouchLogfile() {
+    if (!m_bFileBacked || m_bReadOnly || !m_File.IsOpen()) return KX_OK;
+    _FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return m_File.SetFileTime(nullptr, nullptr, &now) ? KX_OK : KX_E_LOG_TOUCH;
+}
+
+// ---- header and names --------------------------------------------------------------------
+
+long KLogStream::SizeInBytes() const {
+    return IsLive() && m_pImage ? static_cast<long>(m_pImage->SizeInBytes()) : -1;
+}
+
+long KLogStream::RecordCount() const {
+    return IsLive() && m_pImage ? static_cast<long>(m_pImage->RecordCount()) : -1;
+}
+
+long KLogStream::WrapCount() const {
+    return IsLive() && m_pImage ? static_cast<long>(m_pImage->WrapCount()) : -1;
+}
+
+bool KLogStream::IsOppositeEndian() const {
+    return IsLive() && m_pImage != nullptr && m_pImage->IsOppositeEndian();
+}
+
+long KLogStream::ReadHeader(KLogFile* out) const {
+    if (!IsLive() || out == nullptr) return KX_E_LOG_NO_STREAM;
+    long status = LockLogfile(500, 4);
+    if (status != KX_OK) return status;
+    memcpy(static_cast<void*>(out), m_pImage, sizeof *out);
+    UnlockLogfile();
+    return KX_OK;
+}
+
+const char* KLogStream::GetLogFileName() const {
+    return IsLive() ? m_File.GetFileName() : nullptr;
+}
+
+void KLogStream::CreateAuxName(char* out, const char* path, const char* suffix) {
+    char* p = out;
+    for (const char* src : {path, suffix}) {
+        for (; src != nullptr && *src != '\0'; ++src) {
+            const char c = (*src == '\\' || *src == '/') ? '_' : *src;
+            *p++ = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+        }
+    }
+    *p = '\0';
+}
+
+std::string KLogStream::CreateAuxName(const std::string& path, const char* suffix) {
+    std::string out(path.size() + strlen(suffix) + 1, '\0');
+    CreateAuxName(&out[0], path.c_str(), suffix);
+    out.resize(strlen(out.c_str()));
+    return out;
+}
+
+// ---- iteration ---------------------------------------------------------------------------
+
+KLogStream::iterator KLogStream::begin() const {
+    iterator it;
+    if (!IsLive() || LockLogfile(500, 4) != KX_OK) return it;
+    if (const KLogFile* image = Image()) {
+        const KLogRec* rec = image->LastRec();
+        if (rec != nullptr && image->RecordAt(image->LastRecOffset()) == rec &&
+            image->IsRecordValid(rec, 0))
+            it = iterator(this, rec);
+    }
+    UnlockLogfile();
+    return it;
+}
+
+KLogStream::iterator KLogStream::rbegin() const {
+    iterator it;
+    if (!IsLive() || LockLogfile(500, 4) != KX_OK) return it;
+    if (const KLogFile* image = Image()) {
+        const KLogRec* rec = image->FirstRec();
+        if (rec != nullptr && image->IsRecordValid(rec, 0)) it = iterator(this, rec);
+    }
+    UnlockLogfile();
+    return it;
+}
+
+void KLogStream::iterator_base::NextRec() { Step(true); }
+void KLogStream::iterator_base::PrevRec() { Step(false); }
+
+void KLogStream::iterator_base::Step(bool newer) {
+    if (m_pRec == nullptr) return;
+    const KLogStream* s = m_pStream;
+    const KLogRec* next = nullptr;
+    if (KLogStream::IsLive(s) && s->LockLogfile(500, 4) == KX_OK) {
+        if (const KLogFile* image = s->Image())
+            next = newer ? image->NewerRec(m_pRec, m_dwRecNum) : image->OlderRec(m_pRec, m_dwRecNum);
+        s->UnlockLogfile();
+    }
+    *this = next != nullptr ? iterator_base(s, next) : iterator_base();
+}
+
+uint32_t KLogStream::iterator_base::RecOffset() const {
+    return m_pRec != nullptr && m_pStream != nullptr && m_pStream->m_pImage != nullptr
+               ? m_pStream->m_pImage->OffsetOf(m_pRec)
+               : 0;
+}
+
+long KLogStream::iterator_base::GetRecData(void* buf, unsigned long* size, KLogRecInfo* info) const {
+    if (m_pRec == nullptr || !KLogStream::IsLive(m_pStream)) return KX_E_LOG_NO_STREAM;
+    long status = m_pStream->LockLogfile(500, 4);
+    if (status != KX_OK) return status;
+    const KLogFile* image = m_pStream->Image();
+    if (image == nullptr || image->RecordAt(image->OffsetOf(m_pRec)) != m_pRec ||
+        m_pRec->GetRecNum() != m_dwRecNum) {
+        status = KX_E_LOG_NO_STREAM;
+    } else {
+        const unsigned long n = m_pRec->GetPayloadSize();
+        if (info != nullptr) *info = m_pRec->GetInfo();
+        if (buf == nullptr || size == nullptr || *size < n) {
+            status = KX_E_BAD_ARGUMENT;
+        } else {
+            memcpy(buf, m_pRec->Payload(), n);
+        }
+        if (size != nullptr) *size = n;
+    }
+    m_pStream->UnlockLogfile();
+    return status;
 }

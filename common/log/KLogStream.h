@@ -1,23 +1,72 @@
-// KLogStream: one log file opened for appending and reading by any number of processes.
+// KLogStream: one log file (format in log/KLogFile.h) opened for appending and reading by any
+// number of processes at once.
 //
-// This header holds the part of the stream that the logging front end (kxLog.h) talks to: the
-// liveness signature and the four text-record operations. The front end calls them through
-// the default stream pointer and catches anything they throw.
+// The stream opens or creates the file, checks or rebuilds its header, grows or shrinks it to
+// the requested size keeping its records, maps it, and serialises every append, clear, flush
+// and iterator step with two locks:
+//   - a named KMutex derived from the path, shared by the threads of this process and by
+//     processes that inherit it across fork (its name is removed once mapped, so unrelated
+//     processes each get their own);
+//   - a whole-file open-file-description lock on the log file itself (write lock for writers,
+//     read lock for read-only streams), which serialises unrelated processes and which the
+//     kernel drops when its holder dies, so a killed writer never blocks the others.
+// Every operation after construction waits at most four times 500 ms for each lock, then
+// gives up with KX_S_WAIT_TIMEOUT.
 //
-// Convention: every operation returns a status (base/kxStatus.h); none throws on its own.
+// A process whose stream maps the file at one size never touches it after another process has
+// re-created it at another size: each locked operation first checks the header's size against
+// its own mapping and refuses (KX_E_LOG_NO_STREAM) when they differ.
+//
+// Convention: every operation returns a status (base/kxStatus.h); nothing throws. A stream that
+// is not live returns KX_E_LOG_NO_STREAM (writes) or KX_E_NOT_INITIALISED (locks), -1 from
+// the header getters, and end iterators.
+//
+// Thread safety: any thread may use a live stream. Do not step an iterator, nor write, while
+// holding a KLogStream::Lock on the same stream: one unlock releases the lock completely.
 #pragma once
 
 #include <cstdarg>
 #include <cstdint>
+#include <string>
 
+#include "log/KLogFile.h"
 #include "log/kxLog.h"
+#include "platform/KFile.h"
+#include "platform/KMutex.h"
+
+constexpr long KX_E_LOG_TOUCH = kxStatus(0xE0020102);     // setting the file's time failed
+constexpr long KX_E_LOG_RECREATE = kxStatus(0xE0020106);  // writing a fresh header failed
+constexpr long KX_E_LOG_MAP = kxStatus(0xE0020401);       // mapping the file failed
+constexpr long KX_E_LOG_MAP_SIZE = kxStatus(0xE0020402);  // the mapping is not the file's size
 
 class KLogStream {
 public:
     static constexpr uint32_t kSignatureLive = 0x7469A48C;
     static constexpr uint32_t kSignatureConstructing = 0x67A47A69;
     static constexpr uint32_t kSignatureReset = 0x6E69A59A;
+    static constexpr unsigned long kMaxSizeKB = 0x100000;  // 1 GB
 
+    // Opens or creates dir/name for appending, at sizeKB kilobytes:
+    //   - a missing, empty or damaged file (size not a multiple of 1024, 4 GB or more, header
+    //     not valid, or written in the other byte order) is re-created empty, with a "STRT"
+    //     record when writeStartRec is set;
+    //   - a valid file of another size is resized keeping its newest records (renumbered from
+    //     1, each with its own stamp) through the scratch file dir/name + "_tmp", followed by a
+    //     "RESZ" record.
+    // Refuses silently (not live) when dir or name is null or empty, sizeKB is 0 or above
+    // kMaxSizeKB, or the path would exceed 260 characters. Any failure leaves the stream not
+    // live; GetOpenStatus tells why. The mapping is flushed every flushInterval appends
+    // (0: only by Flush).
+    KLogStream(const char* dir, const char* name, unsigned long sizeKB,
+               unsigned long flushInterval, bool writeStartRec);
+
+    // Opens an existing log file for reading only: it is never changed, whatever it holds.
+    // Live when the file opens and its header is readable (either byte order) with a size
+    // equal to the file's; records are then walked with the iterators. Writes are refused
+    // (KX_E_REFUSED).
+    explicit KLogStream(const char* path);
+
+    // Releases the mapping, the file and the locks.
     virtual ~KLogStream();
     KLogStream(const KLogStream&) = delete;
     KLogStream& operator=(const KLogStream&) = delete;
@@ -30,7 +79,8 @@ public:
     // Text records. Severity 0 while informational messages are off gives
     // KX_S_LOG_INFO_DROPPED; a stream that is not live gives KX_E_LOG_NO_STREAM.
     // Narrow texts are cut to kxLogMaxText bytes (kxLogMaxBigText for vBigMsgPrintf), wide ones
-    // to kxLogMaxWideText characters.
+    // to kxLogMaxWideText characters. Otherwise the result of WriteRec.
+    // Virtual so that tests can stand in for the default stream.
     virtual long vPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
                          va_list args);
     virtual long vPrintf(long code, kxLogSev sev, unsigned long flags, const wchar_t* format,
@@ -38,12 +88,139 @@ public:
     virtual long vBigMsgPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
                                va_list args);
     virtual long PrintString(const char* text, long code, kxLogSev sev, unsigned long flags);
+    long PrintString(const wchar_t* text, long code, kxLogSev sev, unsigned long flags);
+
+    // One record stamped now (or with the given stamp), payload copied from data.
+    // 0; KX_E_LOG_NO_STREAM (not live, header refused, record larger than the file);
+    // KX_E_REFUSED (read-only stream); or the lock's status.
+    long WriteRec(const void* data, unsigned long size, kxLogRecType type, unsigned long flags);
+    long WriteRec(const void* data, unsigned long size, const _FILETIME& stamp,
+                  unsigned long processId, unsigned long threadId, kxLogRecType type,
+                  unsigned long flags);
+    // Under the lock: forget every record and write "CLER"; flush the mapping to the file.
+    long ClearRecs();
+    long Flush();
+
+    // Header values (byte order corrected); -1 when not live.
+    long SizeInBytes() const;
+    long RecordCount() const;
+    long WrapCount() const;
+    // A consistent copy of the header, taken under the lock. 0 or a lock status.
+    long ReadHeader(KLogFile* out) const;
+    // The file's name; null when not live.
+    const char* GetLogFileName() const;
+    bool IsReadOnly() const { return m_bReadOnly; }
+    // True for a file written on a machine of the other byte order (read-only streams only).
+    bool IsOppositeEndian() const;
+    // Why construction failed (0 for a live stream, or one that was refused silently).
+    long GetOpenStatus() const { return m_lOpenStatus; }
+
+    // A position in the ring: (stream, record, record number). The end iterator is all null.
+    // Every step takes the stream's lock, and turns the iterator into the end iterator when the
+    // lock fails, the record changed or its neighbour is not numbered one more (one less).
+    class iterator_base {
+    public:
+        iterator_base() = default;
+        bool operator==(const iterator_base& o) const {
+            return m_pStream == o.m_pStream && m_pRec == o.m_pRec && m_dwRecNum == o.m_dwRecNum;
+        }
+        bool operator!=(const iterator_base& o) const { return !(*this == o); }
+        bool IsEnd() const { return m_pRec == nullptr; }
+        // One record newer / older.
+        void NextRec();
+        void PrevRec();
+        // Copies the payload into buf (capacity *size; *size becomes the payload's length)
+        // and the corrected descriptive block into info (if given). 0; KX_E_BAD_ARGUMENT when
+        // buf is null or too small (info and *size are still filled); KX_E_LOG_NO_STREAM when
+        // the record has been overwritten since; or a lock status. Payload words of a foreign
+        // file are left as stored (see kxLogFix32).
+        long GetRecData(void* buf, unsigned long* size, KLogRecInfo* info) const;
+        uint32_t RecNum() const { return m_dwRecNum; }
+        // Offset of the record in the file (0 for the end iterator).
+        uint32_t RecOffset() const;
+
+    private:
+        friend class KLogStream;
+        iterator_base(const KLogStream* s, const KLogRec* r)
+            : m_pStream(s), m_pRec(r), m_dwRecNum(r->GetRecNum()) {}
+        void Step(bool newer);
+        const KLogStream* m_pStream = nullptr;
+        const KLogRec* m_pRec = nullptr;
+        uint32_t m_dwRecNum = 0;
+    };
+    using iterator = iterator_base;
+
+    // The newest record, the oldest surviving record, or end().
+    iterator begin() const;
+    iterator rbegin() const;
+    iterator end() const { return iterator(); }
+
+    // Takes the named mutex (up to `tries` waits of timeoutMs) and then, once the file is
+    // open, the file lock (the same total wait). 0; KX_S_WAIT_TIMEOUT; KX_E_NOT_INITIALISED;
+    // or the mutex's or file lock's failure status.
+    long LockLogfile(unsigned long timeoutMs, unsigned long tries) const;
+    long UnlockLogfile() const;
+
+    // Sets the file's last-write time to now. 0, or KX_E_LOG_TOUCH.
+    long TouchLogfile();
+    // Counts one append; every flushInterval appends flushes the mapping, and every third
+    // flush of the process (over all streams) touches the file. Call under the lock.
+    long CheckFlushLogfile();
+    // Flushes the mapping (no lock taken). 0, or KX_E_FILE_FLUSH.
+    long FlushLogfile() const;
+
+    // path + suffix, '\' and '/' replaced by '_', upper-cased: the names of the lock and the
+    // mapping. `out` must hold strlen(path) + strlen(suffix) + 1 characters.
+    static void CreateAuxName(char* out, const char* path, const char* suffix);
+    static std::string CreateAuxName(const std::string& path, const char* suffix);
+
+    // Unmaps the image, closes the file; 0.
+    long ReleaseResources();
+
+    // Scope guard holding the stream's lock.
+    class Lock {
+    public:
+        explicit Lock(const KLogStream* stream, bool acquire = true);
+        ~Lock() { ReleaseLock(); }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+        // 0 at once when held; else needs a live stream and LockLogfile(500, 4).
+        long AcquireLock();
+        void ReleaseLock();
+        bool IsHeld() const { return m_bHeld; }
+
+    private:
+        const KLogStream* m_pStream;
+        bool m_bHeld = false;
+    };
 
 protected:
     // A stream that is not live (signature "reset"); subclasses set the signature when ready.
-    KLogStream() = default;
+    KLogStream();
 
     // Liveness marker. The first data member, so that a stale or foreign pointer is refused
     // before anything else of the object is touched.
     uint32_t m_dwSignature = kSignatureReset;
+
+private:
+    long Open(const char* dir, const char* name, unsigned long sizeKB, bool writeStartRec);
+    long OpenReadOnly(const char* path);
+    long LockFile(unsigned long timeoutMs, unsigned long tries) const;
+    long Resize(const std::string& path, uint32_t oldKB, unsigned long newKB);
+    long WriteWholeFile(const void* image, uint32_t size);
+    // The image, if its header still describes the file this stream mapped.
+    KLogFile* Image() const;
+    long WriteText(long code, kxLogSev sev, unsigned long flags, kxLogRecType type,
+                   void* payload, unsigned long textBytes);
+
+    mutable KFile m_File;
+    KLogFile* m_pImage = nullptr;
+    uint32_t m_dwWritesSinceFlush = 0;
+    uint32_t m_dwFlushInterval = 0;
+    // Logging off: the stream reports its own failures as statuses, never through itself.
+    KMutex m_Mutex{false};
+    bool m_bFileBacked = true;  // always: streams are file mappings on this platform
+    bool m_bReadOnly = false;
+    uint32_t m_dwMappedSize = 0;
+    long m_lOpenStatus = 0;
 };
