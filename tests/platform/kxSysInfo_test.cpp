@@ -1,0 +1,110 @@
+#include "platform/kxSysInfo.h"
+
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/kxBitUtils.h"
+
+namespace {
+
+TEST(kxSysInfo, RealAnswersComeFromTheSystemTheRestStaysZero) {
+    EXPECT_EQ(static_cast<uint32_t>(sysconf(_SC_NPROCESSORS_ONLN)), kxSysInfo::NumberOfProcessors());
+    EXPECT_EQ(static_cast<uint32_t>(sysconf(_SC_PAGESIZE)), kxSysInfo::PageSize());
+    EXPECT_EQ(kxSysInfo::PageSize(), kxSysInfo::AllocationGranularity());
+    struct utsname names;
+    ASSERT_EQ(0, uname(&names));
+    EXPECT_STREQ(names.nodename, kxSysInfo::GetComputerNameA());
+    EXPECT_STREQ(names.domainname, kxSysInfo::GetDomainName());
+
+    EXPECT_EQ(0, kxSysInfo::ProcessorArchitecture());
+    EXPECT_EQ(nullptr, kxSysInfo::MinValidAddress());
+    EXPECT_EQ(nullptr, kxSysInfo::MaxValidAddress());
+    EXPECT_EQ(0u, kxSysInfo::OsMajorVersion());
+    EXPECT_EQ(0u, kxSysInfo::OsMinorVersion());
+    EXPECT_EQ(0u, kxSysInfo::OsBuildNumber());
+    EXPECT_STREQ("", kxSysInfo::OsCSDVersion());
+    EXPECT_EQ(0, kxSysInfo::OsServicePackMajor() | kxSysInfo::OsServicePackMinor() | kxSysInfo::OsSuiteMask() |
+                     kxSysInfo::OsProductType());
+    EXPECT_FALSE(kxSysInfo::IsWinNT() || kxSysInfo::IsWin9x() || kxSysInfo::IsWin95() ||
+                 kxSysInfo::IsWin98OrGreater() || kxSysInfo::IsWin2KOrGreater() ||
+                 kxSysInfo::IsWinXPOrGreater() || kxSysInfo::IsWinServer2003OrGreater());
+    ASSERT_NE(nullptr, kxSysInfo::GetSystemDirectoryA());
+    EXPECT_STREQ("", kxSysInfo::GetSystemDirectoryA());
+}
+
+TEST(kxSysInfo, CurrentUserComesFromUserAndIsNeverNull) {
+    const char* old = getenv("USER");
+    const std::string saved = old != nullptr ? old : "";
+    unsetenv("USER");
+    kxSysInfo::g_VersionInfo.Fill();
+    ASSERT_NE(nullptr, kxSysInfo::GetCurrentUser());
+    EXPECT_STREQ("", kxSysInfo::GetCurrentUser());
+
+    setenv("USER", "someone", 1);
+    kxSysInfo::g_VersionInfo.Fill();
+    EXPECT_STREQ("someone", kxSysInfo::GetCurrentUser());
+
+    if (old != nullptr)
+        setenv("USER", saved.c_str(), 1);
+    else
+        unsetenv("USER");
+    kxSysInfo::g_VersionInfo.Fill();
+}
+
+TEST(kxSysInfo, StringHelpersCopyAndLeaveTargetAloneWhenUnset) {
+    char* copy = nullptr;
+    const char* text = "abc";
+    EXPECT_EQ(copy, nullptr);
+    char* returned = kxSysInfo::AllocAndCopyString(text, copy);
+    EXPECT_EQ(returned, copy);
+    EXPECT_NE(text, copy);
+    EXPECT_STREQ("abc", copy);
+    delete[] copy;
+
+    char untouched[] = "keep";
+    char* target = untouched;
+    unsetenv("KX_TEST_NOT_SET");
+    EXPECT_EQ(nullptr, kxSysInfo::GetEnv("KX_TEST_NOT_SET", target));
+    EXPECT_EQ(untouched, target);
+    setenv("KX_TEST_NOT_SET", "value", 1);
+    ASSERT_NE(nullptr, kxSysInfo::GetEnv("KX_TEST_NOT_SET", target));
+    EXPECT_STREQ("value", target);
+    delete[] target;
+    unsetenv("KX_TEST_NOT_SET");
+}
+
+TEST(kxBitUtils, CountsBitsAndReversesBytes) {
+    EXPECT_EQ(0u, kxBitUtils::CountBitsSet(0));
+    EXPECT_EQ(32u, kxBitUtils::CountBitsSet(0xFFFFFFFFul));
+    EXPECT_EQ(2u, kxBitUtils::CountBitsSet(0x80000001ul));
+    EXPECT_EQ(sizeof(unsigned long) * 8, kxBitUtils::CountBitsSet(~0ul));
+
+    EXPECT_EQ(0x3412, kxBitUtils::ReverseEndiannessOf(static_cast<unsigned short>(0x1234)));
+    EXPECT_EQ(0x78563412u, kxBitUtils::ReverseEndiannessOf(static_cast<uint32_t>(0x12345678)));
+    EXPECT_EQ(static_cast<int32_t>(0xFFFFFF80), kxBitUtils::ReverseEndiannessOf(static_cast<int32_t>(0x80FFFFFF)));
+    EXPECT_EQ(0x0807060504030201ull, kxBitUtils::ReverseEndiannessOf(0x0102030405060708ull));
+    EXPECT_EQ(static_cast<long long>(0x0807060504030201ll), kxBitUtils::ReverseEndiannessOf(0x0102030405060708ll));
+    if (sizeof(long) == 4) {
+        EXPECT_EQ(0x78563412ul, kxBitUtils::ReverseEndiannessOf(0x12345678ul));
+    } else {
+        EXPECT_EQ(0x7856341200000000ul, kxBitUtils::ReverseEndiannessOf(0x12345678ul));
+    }
+    EXPECT_EQ(-1L, kxBitUtils::ReverseEndiannessOf(-1L));
+
+    const void* p = reinterpret_cast<const void*>(static_cast<uintptr_t>(0x11223344));
+    const uintptr_t reversed = reinterpret_cast<uintptr_t>(kxBitUtils::ReverseEndiannessOf(p));
+    EXPECT_EQ(sizeof(void*) == 4 ? uintptr_t{0x44332211} : static_cast<uintptr_t>(0x4433221100000000ull), reversed);
+
+    t_FILETIME_UInt64 ft{0x05060708, 0x01020304};  // 0x0102030405060708
+    const t_FILETIME_UInt64 r = kxBitUtils::ReverseEndiannessOf(ft);
+    EXPECT_EQ(0x04030201u, r.LowPart);
+    EXPECT_EQ(0x08070605u, r.HighPart);
+}
+
+}  // namespace

@@ -1,0 +1,208 @@
+#include <signal.h>
+#include <sys/time.h>
+#include <sys/times.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "platform/kxWin32.h"
+
+namespace {
+
+uint64_t Value(const _FILETIME& ft) { return (static_cast<uint64_t>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime; }
+
+_FILETIME Make(uint64_t v) {
+    _FILETIME ft;
+    ft.dwLowDateTime = static_cast<uint32_t>(v);
+    ft.dwHighDateTime = static_cast<uint32_t>(v >> 32);
+    return ft;
+}
+
+_SYSTEMTIME Date(int y, int mo, int d, int h, int mi, int s) {
+    _SYSTEMTIME st{};
+    st.wYear = static_cast<uint16_t>(y);
+    st.wMonth = static_cast<uint16_t>(mo);
+    st.wDay = static_cast<uint16_t>(d);
+    st.wHour = static_cast<uint16_t>(h);
+    st.wMinute = static_cast<uint16_t>(mi);
+    st.wSecond = static_cast<uint16_t>(s);
+    return st;
+}
+
+// Sets TZ for one test and restores it.
+class ZoneOverride {
+public:
+    explicit ZoneOverride(const char* zone) {
+        const char* old = getenv("TZ");
+        had_ = old != nullptr;
+        if (had_) old_ = old;
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~ZoneOverride() {
+        if (had_)
+            setenv("TZ", old_.c_str(), 1);
+        else
+            unsetenv("TZ");
+        tzset();
+    }
+    ZoneOverride(const ZoneOverride&) = delete;
+    ZoneOverride& operator=(const ZoneOverride&) = delete;
+
+private:
+    bool had_;
+    std::string old_;
+};
+
+constexpr uint64_t kTicks = 10000000ULL;
+
+TEST(kxWin32Time, SystemTimeToFileTimeReadsLocalStandardTime) {
+    {
+        ZoneOverride utc("UTC0");
+        _SYSTEMTIME st = Date(1970, 1, 1, 0, 0, 0);
+        st.wMilliseconds = 999;  // ignored
+        st.wDayOfWeek = 5;       // ignored
+        _FILETIME ft;
+        ASSERT_TRUE(SystemTimeToFileTime(&st, &ft));
+        EXPECT_EQ(116444736000000000ULL, Value(ft));
+        st = Date(2001, 9, 9, 1, 46, 40);
+        ASSERT_TRUE(SystemTimeToFileTime(&st, &ft));
+        EXPECT_EQ(116444736000000000ULL + 1000000000ULL * kTicks, Value(ft));
+        st = Date(1969, 12, 31, 23, 59, 59);
+        EXPECT_FALSE(SystemTimeToFileTime(&st, &ft));
+        EXPECT_FALSE(SystemTimeToFileTime(nullptr, &ft));
+        EXPECT_FALSE(SystemTimeToFileTime(&st, nullptr));
+    }
+    {
+        // East of UTC, local midnight of 1970-01-01 lies before the epoch.
+        ZoneOverride east("CET-1");
+        _SYSTEMTIME st = Date(1970, 1, 1, 0, 0, 0);
+        _FILETIME ft;
+        EXPECT_FALSE(SystemTimeToFileTime(&st, &ft));
+        st = Date(1970, 1, 1, 1, 0, 0);
+        ASSERT_TRUE(SystemTimeToFileTime(&st, &ft));
+        EXPECT_EQ(116444736000000000ULL, Value(ft));
+    }
+    {
+        // Summer dates are still read as standard time: 12:00 is taken as 12:00 EST (17:00 UTC),
+        // an hour after 12:00 EDT (16:00 UTC) on the wall clock.
+        ZoneOverride ny("EST5EDT,M3.2.0,M11.1.0");
+        _SYSTEMTIME st = Date(2021, 7, 1, 12, 0, 0);
+        _FILETIME ft;
+        ASSERT_TRUE(SystemTimeToFileTime(&st, &ft));
+        EXPECT_EQ(1625158800ULL * kTicks + 116444736000000000ULL, Value(ft));
+    }
+}
+
+TEST(kxWin32Time, FileTimeToSystemTimeBreaksDownLocallyAndRoundTrips) {
+    ZoneOverride ny("EST5EDT,M3.2.0,M11.1.0");
+    // 2021-01-15 17:30:45.678 UTC = 12:30:45.678 EST, a Friday.
+    const uint64_t value = (1610731845ULL * kTicks) + 6789999 + 116444736000000000ULL;
+    _FILETIME ft = Make(value);
+    _SYSTEMTIME st;
+    ASSERT_TRUE(FileTimeToSystemTime(&ft, &st));
+    EXPECT_EQ(2021, st.wYear);
+    EXPECT_EQ(1, st.wMonth);
+    EXPECT_EQ(15, st.wDay);
+    EXPECT_EQ(5, st.wDayOfWeek);
+    EXPECT_EQ(12, st.wHour);
+    EXPECT_EQ(30, st.wMinute);
+    EXPECT_EQ(45, st.wSecond);
+    EXPECT_EQ(678, st.wMilliseconds);
+
+    // Back to whole seconds outside daylight-saving time.
+    _FILETIME back;
+    ASSERT_TRUE(SystemTimeToFileTime(&st, &back));
+    EXPECT_EQ(value - value % kTicks, Value(back));
+
+    // Before 1970 the breakdown does not wrap round into the future.
+    ft = Make(116444736000000000ULL - kTicks / 2);  // 1969-12-31 23:59:59.5 UTC
+    ASSERT_TRUE(FileTimeToSystemTime(&ft, &st));
+    EXPECT_EQ(1969, st.wYear);
+    EXPECT_EQ(18, st.wHour);
+    EXPECT_EQ(59, st.wSecond);
+    EXPECT_EQ(500, st.wMilliseconds);
+
+    EXPECT_FALSE(FileTimeToSystemTime(nullptr, &st));
+    EXPECT_FALSE(FileTimeToSystemTime(&ft, nullptr));
+}
+
+TEST(kxWin32Time, LocalFileTimeOffsetIsNormallyZeroAndInverse) {
+    ZoneOverride ny("EST5EDT,M3.2.0,M11.1.0");
+    const _FILETIME in = Make(132000000000000000ULL);
+    _FILETIME local, back;
+    ASSERT_TRUE(FileTimeToLocalFileTime(&in, &local));
+    ASSERT_TRUE(LocalFileTimeToFileTime(&local, &back));
+    EXPECT_EQ(Value(in), Value(local));
+    EXPECT_EQ(Value(in), Value(back));
+    EXPECT_FALSE(FileTimeToLocalFileTime(nullptr, &local));
+    EXPECT_FALSE(LocalFileTimeToFileTime(&in, nullptr));
+}
+
+TEST(kxWin32Time, CurrentTimesAgree) {
+    ZoneOverride utc("UTC0");
+    _FILETIME ft;
+    _SYSTEMTIME system, local;
+    GetSystemTimeAsFileTime(&ft);
+    GetSystemTime(&system);
+    GetLocalTime(&local);
+    const time_t now = time(nullptr);
+    const uint64_t seconds = (Value(ft) - 116444736000000000ULL) / kTicks;
+    EXPECT_LE(static_cast<uint64_t>(now) - seconds, 2u);
+    struct tm tm;
+    gmtime_r(&now, &tm);
+    EXPECT_EQ(tm.tm_year + 1900, system.wYear);
+    EXPECT_EQ(tm.tm_mon + 1, system.wMonth);
+    EXPECT_LT(system.wMilliseconds, 1000);
+    // In UTC the local time is the system time.
+    EXPECT_EQ(system.wYear, local.wYear);
+    EXPECT_EQ(system.wHour, local.wHour);
+    GetSystemTime(nullptr);  // no effect, no crash
+    GetLocalTime(nullptr);
+    GetSystemTimeAsFileTime(nullptr);
+}
+
+DWORD ReferenceTicks() {
+    struct tms unused;
+    return static_cast<DWORD>(static_cast<unsigned long>(times(&unused)) / 100 * 1000);
+}
+
+TEST(kxWin32Time, TickCountAdvancesInWholeSeconds) {
+    ASSERT_EQ(100, sysconf(_SC_CLK_TCK)) << "the test assumes the usual Linux tick rate";
+    // Whole seconds of clock ticks, times 1000, cut to 32 bits (so a long uptime wraps it).
+    const DWORD before = ReferenceTicks();
+    const DWORD first = GetTickCount();
+    const DWORD after = ReferenceTicks();
+    EXPECT_TRUE(first == before || first == after) << first;
+    Sleep(1100);
+    const DWORD second = GetTickCount();
+    EXPECT_EQ(0u, (second - first) % 1000);
+    EXPECT_GE(second - first, 1000u);
+    EXPECT_LE(second - first, 3000u);
+}
+
+void OnAlarm(int) {}
+
+TEST(kxWin32Time, SleepLastsTheWholeTimeThroughSignals) {
+    struct sigaction sa {};
+    sa.sa_handler = OnAlarm;  // no SA_RESTART: nanosleep returns EINTR
+    struct sigaction old;
+    ASSERT_EQ(0, sigaction(SIGALRM, &sa, &old));
+    struct itimerval every5ms {{0, 5000}, {0, 5000}};
+    struct itimerval off {};
+    setitimer(ITIMER_REAL, &every5ms, nullptr);
+    const auto start = std::chrono::steady_clock::now();
+    Sleep(250);
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    setitimer(ITIMER_REAL, &off, nullptr);
+    sigaction(SIGALRM, &old, nullptr);
+    EXPECT_GE(ms, 250);
+    EXPECT_LT(ms, 1000);
+}
+
+}  // namespace
