@@ -167,7 +167,8 @@ TEST_F(kxFileTreeTest, CleanDirectoryNeverEmptiesANonEmptyTree) {
 TEST_F(kxFileTreeTest, CleanDirectoryOfReadOnlyDirectory) {
     // An empty read-only directory inside a writable one can be removed; the parent's
     // permissions are what count.
-    mkdir(Path("parent").c_str(), 0777);
+    mkdir(Path("parent").c_str(), 0755);
+    chmod(Path("parent").c_str(), 0777);  // past the umask
     mkdir(Path("parent/ro").c_str(), 0555);
     const std::string ro = Path("parent/ro");
     kxtest::ChildResult r =
@@ -177,7 +178,7 @@ TEST_F(kxFileTreeTest, CleanDirectoryOfReadOnlyDirectory) {
 
     // An empty directory inside a read-only one cannot.
     mkdir(Path("locked").c_str(), 0755);
-    mkdir(Path("locked/inner").c_str(), 0777);
+    mkdir(Path("locked/inner").c_str(), 0755);
     chmod(Path("locked").c_str(), 0555);
     const std::string inner = Path("locked/inner");
     r = kxtest::RunUnprivileged([&] { return CleanDirectory(inner.c_str(), true, true, nullptr); });
