@@ -129,6 +129,7 @@ long KLogFile::NewRecord(const _FILETIME& stamp, unsigned long processId, unsign
     if (m_dwNextRecOffset < kxLogFileHeaderSize || m_dwNextRecOffset > fileSize ||
         m_dwNextRecOffset % 4 != 0 || payloadSize > fileSize)
         return KX_E_LOG_NO_STREAM;
+    RecoverInterruptedAppend();
     const uint32_t size = static_cast<uint32_t>(payloadSize) + kxLogRecHeaderSize;
     const uint32_t space = KLogRecActualSize(size);
     if (static_cast<uint64_t>(m_dwNextRecOffset) + space > fileSize) {
@@ -138,20 +139,46 @@ long KLogFile::NewRecord(const _FILETIME& stamp, unsigned long processId, unsign
     }
     const uint32_t offset = m_dwNextRecOffset;
     KLogRec* rec = reinterpret_cast<KLogRec*>(reinterpret_cast<uint8_t*>(this) + offset);
+    // The record is complete before the header points at it, so that a writer killed half-way
+    // leaves a state RecoverInterruptedAppend can finish or undo.
     rec->SetSignature(kxLogRecSignature);
     rec->SetSize(size);
     rec->SetPrevRecOffset(m_dwLastRecOffset);
     KLogRecInfo& info = rec->Info();
     info.SetProcessId(static_cast<uint32_t>(processId));
     info.SetThreadId(static_cast<uint32_t>(threadId));
-    info.SetRecNum(++m_dwRecordCount);
+    info.SetRecNum(m_dwRecordCount + 1);
     info.SetFlags(static_cast<uint32_t>(flags));
     info.SetType(type);
     info.SetTimeStamp(stamp);
+    ++m_dwRecordCount;
     m_dwLastRecOffset = offset;
     m_dwNextRecOffset = offset + space;
     if (payload != nullptr) *payload = rec->Payload();
     return KX_OK;
+}
+
+void KLogFile::RecoverInterruptedAppend() {
+    const uint32_t count = m_dwRecordCount;
+    if (count == 0) return;
+    const KLogRec* last = RecordAt(m_dwLastRecOffset);
+    if (last != nullptr && last->GetRecNum() == count) {
+        // Killed after pointing at its record but before advancing the next offset. (A next
+        // offset of 28 is a wrap that was under way: the next append starts there anyway.)
+        const uint32_t after = m_dwLastRecOffset + KLogRecActualSize(last->GetSize());
+        if (m_dwNextRecOffset != after && m_dwNextRecOffset != kxLogFileHeaderSize &&
+            after <= m_dwSizeInBytes)
+            m_dwNextRecOffset = after;
+        return;
+    }
+    // Killed after counting its record but before pointing at it: the record is complete at
+    // the next offset (it was written first), so finish the append.
+    const KLogRec* pending = RecordAt(m_dwNextRecOffset);
+    if (pending != nullptr && pending->GetRecNum() == count &&
+        pending->GetPrevRecOffset() == m_dwLastRecOffset) {
+        m_dwLastRecOffset = m_dwNextRecOffset;
+        m_dwNextRecOffset += KLogRecActualSize(pending->GetSize());
+    }
 }
 
 long KLogFile::WriteStartRec() {

@@ -182,7 +182,8 @@ public:
     // Appends a record and hands back its payload address for the caller to fill while it
     // still holds the lock. Wraps to the first record position when the record does not fit
     // before the end of the file (it may end exactly there). 0, or KX_E_LOG_NO_STREAM when the
-    // header is not valid or native, or the record could never fit.
+    // header is not valid or native, or the record could never fit. First repairs the header
+    // left by a writer that died in the middle of an append.
     long NewRecord(const _FILETIME& stamp, unsigned long processId, unsigned long threadId,
                    kxLogRecType type, unsigned long flags, unsigned long payloadSize,
                    void** payload);
@@ -197,6 +198,9 @@ public:
 private:
     uint32_t Fix(uint32_t v) const { return kxLogFix32(v, IsOppositeEndian()); }
     const uint8_t* Image() const { return reinterpret_cast<const uint8_t*>(this); }
+    // Completes the header after a writer died between counting its record and advancing the
+    // offsets, so that the numbers stay contiguous for the walks. Called under the lock.
+    void RecoverInterruptedAppend();
     // The candidate neighbour, if it carries the wanted number.
     const KLogRec* Numbered(uint32_t offset, uint32_t number) const;
 

@@ -135,7 +135,9 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
     }
 
     if (recreate) {
-        if (lockObjectExisted) return KX_E_LOG_NO_STREAM;
+        // An empty file holds nothing to lose: only a file with contents is protected from a
+        // process that is not the lock object's creator.
+        if (lockObjectExisted && fileSize != 0) return KX_E_LOG_NO_STREAM;
         KLogFile fresh(sizeKB);
         unsigned long written = 0;
         if (m_File.SetFilePointer(0, nullptr, FILE_BEGIN) != 0 ||
@@ -481,9 +483,10 @@ long KLogStream::ReadHeader(KLogFile* out) const {
     if (!IsLive() || out == nullptr) return KX_E_LOG_NO_STREAM;
     long status = LockLogfile(500, 4);
     if (status != KX_OK) return status;
-    memcpy(static_cast<void*>(out), m_pImage, sizeof *out);
+    const KLogFile* image = Image();
+    if (image != nullptr) memcpy(static_cast<void*>(out), image, sizeof *out);
     UnlockLogfile();
-    return KX_OK;
+    return image != nullptr ? KX_OK : KX_E_LOG_NO_STREAM;
 }
 
 const char* KLogStream::GetLogFileName() const {

@@ -105,7 +105,8 @@ public:
     long SizeInBytes() const;
     long RecordCount() const;
     long WrapCount() const;
-    // A consistent copy of the header, taken under the lock. 0 or a lock status.
+    // A consistent copy of the header, taken under the lock. 0; a lock status; or
+    // KX_E_LOG_NO_STREAM when the file was re-created at another size since it was mapped.
     long ReadHeader(KLogFile* out) const;
     // The file's name; null when not live.
     const char* GetLogFileName() const;
