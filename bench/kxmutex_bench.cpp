@@ -23,13 +23,14 @@ struct SharedPthread {
     pthread_mutex_t mutex;
 };
 
-SharedPthread* MakeSharedPthread() {
+SharedPthread* MakeSharedPthread(bool robust = false) {
     void* p = mmap(nullptr, sizeof(SharedPthread), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (p == MAP_FAILED) abort();
     auto* s = static_cast<SharedPthread*>(p);
     pthread_mutexattr_t attr;
     pthread_mutexattr_init(&attr);
     pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
+    if (robust) pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
     pthread_mutex_init(&s->mutex, &attr);
     pthread_mutexattr_destroy(&attr);
     return s;
@@ -44,6 +45,17 @@ void BM_PthreadSharedLockUnlock(benchmark::State& state) {
     munmap(s, sizeof(*s));
 }
 BENCHMARK(BM_PthreadSharedLockUnlock);
+
+// For reference: the robust kind that KMutex uses inside its block.
+void BM_PthreadSharedRobustLockUnlock(benchmark::State& state) {
+    SharedPthread* s = MakeSharedPthread(true);
+    for (auto _ : state) {
+        pthread_mutex_lock(&s->mutex);
+        pthread_mutex_unlock(&s->mutex);
+    }
+    munmap(s, sizeof(*s));
+}
+BENCHMARK(BM_PthreadSharedRobustLockUnlock);
 
 void BM_KMutexLockUnlock(benchmark::State& state) {
     KMutex mutex;

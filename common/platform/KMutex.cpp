@@ -65,6 +65,23 @@ int LockBlock(KMutex::KMutexShared* block) {
     return rc;
 }
 
+// getpid() is a system call; Lock and Unlock need it on every call, so it is cached and
+// refreshed in the child after fork.
+pid_t g_cachedPid = 0;
+
+void RefreshPid() { __atomic_store_n(&g_cachedPid, getpid(), __ATOMIC_RELAXED); }
+
+pid_t CurrentPid() {
+    pid_t pid = __atomic_load_n(&g_cachedPid, __ATOMIC_RELAXED);
+    if (pid == 0) {
+        static const int registered = pthread_atfork(nullptr, nullptr, RefreshPid);
+        (void)registered;
+        RefreshPid();
+        pid = __atomic_load_n(&g_cachedPid, __ATOMIC_RELAXED);
+    }
+    return pid;
+}
+
 // A process that exited but was not yet reaped still answers kill(); its /proc state tells.
 bool IsZombie(pid_t pid) {
     char path[40];
@@ -86,7 +103,7 @@ bool IsZombie(pid_t pid) {
 // (zombie) process as gone; it reads /proc and is used only after a wait slice ran out.
 bool OwnerGone(pid_t pid, bool thorough) {
     if (pid <= 0) return true;  // never pass 0 or -1 to kill: they address process groups
-    if (pid == getpid()) return false;
+    if (pid == CurrentPid()) return false;
     const int saved = errno;
     bool gone;
     if (kill(pid, 0) == 0 || errno == EPERM)
@@ -283,7 +300,7 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
     const bool forever = timeoutMs == kInfinite;
     const timespec deadline = forever ? timespec{} : AddNs(Now(), static_cast<long long>(timeoutMs) * 1000000LL);
     const pthread_t self = pthread_self();
-    const pid_t process = getpid();
+    const pid_t process = CurrentPid();
     enum { kNoCheck, kQuickCheck, kThoroughCheck } check = kQuickCheck;
     bool expired = false;
     bool holdsBlock = true;
@@ -347,7 +364,7 @@ long KMutex::Unlock() const {
         errno = rc;
         result = KX_E_MUTEX_RELEASE;
     } else {
-        if (IsOwner(block, pthread_self(), getpid())) {
+        if (IsOwner(block, pthread_self(), CurrentPid())) {
             // The count only records that the mutex is held: one Unlock releases every level.
             if (--block->lockCount >= 0) {
                 MarkFree(block);
