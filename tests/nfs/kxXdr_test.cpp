@@ -1,0 +1,277 @@
+// The XDR routines of the wire stubs: every procedure's arguments survive an encode, decode,
+// encode cycle byte for byte; the hand-coded routines agree with the wire format on both of
+// their paths; limits hold.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "xdr/mount_prot.h"
+#include "xdr/nfs3_prot.h"
+#include "xdr/nlm_prot.h"
+
+namespace {
+
+template <typename F>
+xdrproc_t Proc(F f) {
+    return reinterpret_cast<xdrproc_t>(f);
+}
+
+// x_inline refusing every request: forces the field-by-field path of inline-capable routines.
+int32_t* NoInline(XDR*, u_int) { return nullptr; }
+
+std::vector<char> Encode(xdrproc_t proc, void* value, bool inlineAllowed = true) {
+    std::vector<char> buf(8 << 20);
+    XDR x;
+    xdrmem_create(&x, buf.data(), static_cast<u_int>(buf.size()), XDR_ENCODE);
+    XDR::xdr_ops ops = *x.x_ops;
+    if (!inlineAllowed) {
+        ops.x_inline = NoInline;
+        x.x_ops = &ops;
+    }
+    const bool ok = proc(&x, value);
+    EXPECT_TRUE(ok);
+    buf.resize(ok ? XDR_GETPOS(&x) : 0);
+    return buf;
+}
+
+bool Decode(xdrproc_t proc, std::vector<char>& bytes, void* value, bool inlineAllowed = true) {
+    XDR x;
+    xdrmem_create(&x, bytes.data(), static_cast<u_int>(bytes.size()), XDR_DECODE);
+    XDR::xdr_ops ops = *x.x_ops;
+    if (!inlineAllowed) {
+        ops.x_inline = NoInline;
+        x.x_ops = &ops;
+    }
+    return proc(&x, value) && XDR_GETPOS(&x) == bytes.size();
+}
+
+// Encodes value, decodes it into a fresh object, encodes that again: the two encodings match.
+template <typename T>
+void RoundTrip(const char* what, xdrproc_t proc, T value) {
+    SCOPED_TRACE(what);
+    std::vector<char> first = Encode(proc, &value);
+    ASSERT_FALSE(first.empty());
+    T back;
+    memset(&back, 0, sizeof back);
+    ASSERT_TRUE(Decode(proc, first, &back));
+    EXPECT_EQ(first, Encode(proc, &back));
+    xdr_free(proc, reinterpret_cast<char*>(&back));
+}
+
+char g_fhBytes[64] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17};
+char g_name[] = "file.txt";
+char g_other[] = "other name";
+char g_target[] = "../link/target";
+char g_data[] = "some bytes to write";
+char g_caller[] = "client-host";
+
+nfs_fh3 Fh(u_int len = 28) { return nfs_fh3{{len, g_fhBytes}}; }
+diropargs3 Where(char* name = g_name) { return diropargs3{Fh(), name}; }
+sattr3 AllSet() {
+    sattr3 s;
+    memset(&s, 0, sizeof s);
+    s.mode = {TRUE, {0755}};
+    s.uid = {TRUE, {1000}};
+    s.gid = {FALSE, {0}};
+    s.size.set_it = TRUE;
+    s.size.set_uint64_u.val = 0x1234567890ull;
+    s.atime.set_it = SET_TO_CLIENT_TIME;
+    s.atime.set_time_u.time = {1700000000, 5};
+    s.mtime.set_it = SET_TO_SERVER_TIME;
+    return s;
+}
+netobj Obj(char* p, u_int n) { return netobj{n, p}; }
+nlm_lock Lock() { return nlm_lock{g_caller, Obj(g_fhBytes, 32), Obj(g_name, 4), 4242, 10, 0}; }
+
+TEST(Xdr, NFSArgumentsRoundTrip) {
+    RoundTrip("nfs_fh3", Proc(xdr_nfs_fh3), Fh(64));
+    setattr3args sa{Fh(), AllSet(), {TRUE, {{12, 34}}}};
+    RoundTrip("setattr3args", Proc(xdr_setattr3args), sa);
+    RoundTrip("diropargs3", Proc(xdr_diropargs3), Where());
+    RoundTrip("access3args", Proc(xdr_access3args), access3args{Fh(), ACCESS3_READ | ACCESS3_DELETE});
+    RoundTrip("read3args", Proc(xdr_read3args), read3args{Fh(), 0xFFFFFFFF00ull, 32768});
+    write3args wa{Fh(), 1ull << 40, sizeof g_data, FILE_SYNC, {sizeof g_data, g_data}};
+    RoundTrip("write3args", Proc(xdr_write3args), wa);
+    create3args ca;
+    memset(&ca, 0, sizeof ca);
+    ca.where = Where();
+    ca.how.mode = GUARDED;
+    ca.how.createhow3_u.obj_attributes = AllSet();
+    RoundTrip("create3args guarded", Proc(xdr_create3args), ca);
+    ca.how.mode = EXCLUSIVE;
+    memcpy(ca.how.createhow3_u.verf, "verifier", 8);
+    RoundTrip("create3args exclusive", Proc(xdr_create3args), ca);
+    RoundTrip("mkdir3args", Proc(xdr_mkdir3args), mkdir3args{Where(), AllSet()});
+    RoundTrip("symlink3args", Proc(xdr_symlink3args),
+              symlink3args{Where(), {AllSet(), g_target}});
+    mknod3args mk;
+    memset(&mk, 0, sizeof mk);
+    mk.where = Where();
+    mk.what.type = NF3CHR;
+    mk.what.mknoddata3_u.device = {AllSet(), {1, 3}};
+    RoundTrip("mknod3args chr", Proc(xdr_mknod3args), mk);
+    mk.what.type = NF3FIFO;
+    mk.what.mknoddata3_u.pipe_attributes = AllSet();
+    RoundTrip("mknod3args fifo", Proc(xdr_mknod3args), mk);
+    RoundTrip("rename3args", Proc(xdr_rename3args), rename3args{Where(), Where(g_other)});
+    RoundTrip("link3args", Proc(xdr_link3args), link3args{Fh(), Where(g_other)});
+    readdir3args rd{Fh(), 77, {1, 2, 3, 4, 5, 6, 7, 8}, 4096};
+    RoundTrip("readdir3args", Proc(xdr_readdir3args), rd);
+    readdirplus3args rdp{Fh(), 78, {8, 7, 6, 5, 4, 3, 2, 1}, 1024, 65536};
+    RoundTrip("readdirplus3args", Proc(xdr_readdirplus3args), rdp);
+    RoundTrip("commit3args", Proc(xdr_commit3args), commit3args{Fh(), 4096, 8192});
+    RoundTrip("setaclargs", Proc(xdr_setaclargs), setaclargs{Where(), wa});
+}
+
+TEST(Xdr, MountAndLockArgumentsRoundTrip) {
+    char path[] = "/export/data";
+    char* dir = path;
+    RoundTrip("dirpath", Proc(xdr_dirpath), dir);
+    RoundTrip("nlm_testargs", Proc(xdr_nlm_testargs), nlm_testargs{Obj(g_name, 3), TRUE, Lock()});
+    RoundTrip("nlm_lockargs", Proc(xdr_nlm_lockargs),
+              nlm_lockargs{Obj(g_name, 5), TRUE, FALSE, Lock(), TRUE, 9});
+    RoundTrip("nlm_cancargs", Proc(xdr_nlm_cancargs),
+              nlm_cancargs{Obj(g_name, 1), FALSE, TRUE, Lock()});
+    RoundTrip("nlm_unlockargs", Proc(xdr_nlm_unlockargs), nlm_unlockargs{Obj(g_name, 2), Lock()});
+    nlm_testres tr;
+    memset(&tr, 0, sizeof tr);
+    tr.cookie = Obj(g_name, 4);
+    tr.stat.stat = nlm_denied;
+    tr.stat.nlm_testrply_u.holder = {TRUE, 31, Obj(g_other, 5), 100, 200};
+    RoundTrip("nlm_testres", Proc(xdr_nlm_testres), tr);
+    RoundTrip("nlm_res", Proc(xdr_nlm_res), nlm_res{Obj(g_name, 4), {nlm_blocked}});
+    nlm_shareargs sh{Obj(g_name, 4), {g_caller, Obj(g_fhBytes, 32), Obj(g_other, 3), fsm_DW, fsa_RW},
+                     FALSE};
+    RoundTrip("nlm_shareargs", Proc(xdr_nlm_shareargs), sh);
+    RoundTrip("nlm_notify", Proc(xdr_nlm_notify), nlm_notify{g_caller, 17});
+}
+
+TEST(Xdr, LimitsOfPathsNamesAndHandles) {
+    std::string path(1024, 'p');
+    char* p = &path[0];
+    EXPECT_FALSE(Encode(Proc(xdr_dirpath), &p).empty());
+    path += 'p';
+    p = &path[0];
+    std::vector<char> buf(4096);
+    XDR x;
+    xdrmem_create(&x, buf.data(), static_cast<u_int>(buf.size()), XDR_ENCODE);
+    EXPECT_FALSE(xdr_dirpath(&x, &p));  // 1025 bytes
+
+    std::string n(256, 'n');
+    char* np = &n[0];
+    xdrmem_create(&x, buf.data(), static_cast<u_int>(buf.size()), XDR_ENCODE);
+    EXPECT_FALSE(xdr_name(&x, &np));
+    nfs_fh3 big = Fh(65);
+    xdrmem_create(&x, buf.data(), static_cast<u_int>(buf.size()), XDR_ENCODE);
+    EXPECT_FALSE(xdr_nfs_fh3(&x, &big));
+}
+
+TEST(Xdr, InlineAndFieldByFieldPathsAgree) {
+    pathconf3resok pc;
+    memset(&pc, 0, sizeof pc);
+    pc.linkmax = 32000;
+    pc.name_max = 255;
+    pc.no_trunc = TRUE;
+    pc.case_preserving = TRUE;
+    std::vector<char> fast = Encode(Proc(xdr_pathconf3resok), &pc, true);
+    std::vector<char> slow = Encode(Proc(xdr_pathconf3resok), &pc, false);
+    EXPECT_EQ(fast, slow);
+    ASSERT_EQ(7u * 4, fast.size());  // no attributes, two numbers, four flags
+    EXPECT_EQ(1, fast[15]);          // no_trunc follows name_max
+    for (bool inlineAllowed : {true, false}) {
+        pathconf3resok back;
+        memset(&back, 0, sizeof back);
+        ASSERT_TRUE(Decode(Proc(xdr_pathconf3resok), fast, &back, inlineAllowed));
+        EXPECT_EQ(255u, back.name_max);
+        EXPECT_TRUE(back.no_trunc && back.case_preserving);
+        EXPECT_FALSE(back.chown_restricted || back.case_insensitive);
+    }
+
+    ppathcnf pp;
+    memset(&pp, 0, sizeof pp);
+    pp.pc_link_max = 8;
+    pp.pc_name_max = 255;
+    pp.pc_path_max = -2;
+    pp.pc_mask[1] = 7;
+    EXPECT_EQ(Encode(Proc(xdr_ppathcnf), &pp, true), Encode(Proc(xdr_ppathcnf), &pp, false));
+}
+
+// An export list as the textbook encoder writes it: flag, directory, groups, flag, ...
+std::vector<char> ExportListBytes(int count) {
+    std::vector<char> buf(static_cast<size_t>(count) * 40 + 16);
+    XDR x;
+    xdrmem_create(&x, buf.data(), static_cast<u_int>(buf.size()), XDR_ENCODE);
+    for (int i = 0; i < count; ++i) {
+        bool_t more = TRUE, group = i % 2 == 0, noMore = FALSE;
+        std::string dir = "/e/" + std::to_string(i);
+        char* d = &dir[0];
+        char g[] = "grp";
+        char* gp = g;
+        xdr_bool(&x, &more);
+        xdr_string(&x, &d, 1024);
+        xdr_bool(&x, &group);
+        if (group) {
+            xdr_string(&x, &gp, 255);
+            xdr_bool(&x, &noMore);
+        }
+    }
+    bool_t end = FALSE;
+    xdr_bool(&x, &end);
+    buf.resize(XDR_GETPOS(&x));
+    return buf;
+}
+
+TEST(Xdr, ExportListMatchesTextbookFormat) {
+    std::vector<char> bytes = ExportListBytes(3);
+    exports list = nullptr;
+    ASSERT_TRUE(Decode(Proc(xdr_exports), bytes, &list));
+    ASSERT_NE(nullptr, list);
+    EXPECT_STREQ("/e/0", list->ex_dir);
+    ASSERT_NE(nullptr, list->ex_groups);
+    EXPECT_STREQ("grp", list->ex_groups->gr_name);
+    EXPECT_EQ(nullptr, list->ex_next->ex_groups);
+    EXPECT_STREQ("/e/2", list->ex_next->ex_next->ex_dir);
+    EXPECT_EQ(nullptr, list->ex_next->ex_next->ex_next);
+    EXPECT_EQ(bytes, Encode(Proc(xdr_exports), &list));
+    xdr_free(Proc(xdr_exports), reinterpret_cast<char*>(&list));
+    EXPECT_EQ(nullptr, list);
+
+    exports empty = nullptr;
+    EXPECT_EQ(std::vector<char>(4, 0), Encode(Proc(xdr_exports), &empty));
+
+    std::vector<char> cut = ExportListBytes(2);
+    cut.resize(cut.size() - 6);
+    exports partial = nullptr;
+    EXPECT_FALSE(Decode(Proc(xdr_exports), cut, &partial));
+    xdr_free(Proc(xdr_exports), reinterpret_cast<char*>(&partial));  // frees what was built
+}
+
+void* DecodeMany(void* arg) {
+    auto* bytes = static_cast<std::vector<char>*>(arg);
+    exports list = nullptr;
+    size_t n = 0;
+    if (Decode(Proc(xdr_exports), *bytes, &list))
+        for (exportnode* e = list; e != nullptr; e = e->ex_next) ++n;
+    const bool reencoded = Encode(Proc(xdr_exports), &list) == *bytes;
+    xdr_free(Proc(xdr_exports), reinterpret_cast<char*>(&list));
+    return reinterpret_cast<void*>(reencoded ? n : 0);
+}
+
+TEST(Xdr, ThousandsOfExportsOnASmallStack) {
+    // One stack frame per export would need megabytes here; the loop needs a few frames.
+    std::vector<char> bytes = ExportListBytes(100000);
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, 256 * 1024);
+    pthread_t t;
+    ASSERT_EQ(0, pthread_create(&t, &attr, DecodeMany, &bytes));
+    void* n = nullptr;
+    pthread_join(t, &n);
+    pthread_attr_destroy(&attr);
+    EXPECT_EQ(100000u, reinterpret_cast<size_t>(n));
+}
+
+}  // namespace

@@ -1,0 +1,230 @@
+#include "kxNFSSandbox.h"
+
+#include <fcntl.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <rpc/pmap_clnt.h>
+#include <rpc/rpc.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <thread>
+
+namespace kxtest {
+
+namespace {
+
+// fork and exec with the child bound to the test process's life; stdout to outFd if >= 0.
+pid_t SpawnChild(const std::vector<std::string>& argv, int outFd = -1, int errFd = -1) {
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid != 0) return pid;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(111);
+    if (outFd >= 0) dup2(outFd, 1);
+    if (errFd >= 0) dup2(errFd, 2);
+    const int devnull = open("/dev/null", O_RDONLY);
+    if (devnull >= 0) dup2(devnull, 0);
+    std::vector<char*> args;
+    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    execv(args[0], args.data());
+    _exit(127);
+}
+
+void StopPid(pid_t& pid) {
+    if (pid <= 0) return;
+    kill(pid, SIGTERM);
+    if (!WaitFor(pid, std::chrono::seconds(10))) KillAndReap(pid);
+    pid = -1;
+}
+
+bool Executable(const char* path) { return access(path, X_OK) == 0; }
+
+bool LoopbackUp() {
+    const int s = socket(AF_INET, SOCK_DGRAM, 0);
+    if (s < 0) return false;
+    ifreq ifr{};
+    strncpy(ifr.ifr_name, "lo", IFNAMSIZ - 1);
+    bool ok = ioctl(s, SIOCGIFFLAGS, &ifr) == 0;
+    ifr.ifr_flags = static_cast<short>(ifr.ifr_flags | IFF_UP | IFF_RUNNING);
+    ok = ok && ioctl(s, SIOCSIFFLAGS, &ifr) == 0;
+    close(s);
+    return ok;
+}
+
+}  // namespace
+
+bool WaitForRegistration(unsigned long program, unsigned long version, int limitMs) {
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return Eventually([&] { return pmap_getport(&a, program, version, IPPROTO_TCP) != 0; },
+                      std::chrono::milliseconds(limitMs));
+}
+
+NFSSandbox& NFSSandbox::Get() {
+    static NFSSandbox sandbox;
+    return sandbox;
+}
+
+NFSSandbox::NFSSandbox() {
+    if (Enter()) StartPortMapper();
+}
+
+NFSSandbox::~NFSSandbox() {
+    StopPid(m_nfsServer);
+    StopPid(m_rpcbind);
+}
+
+bool NFSSandbox::Enter() {
+    if (!Executable("/usr/sbin/rpcbind")) {
+        m_why = "rpcbind is not installed (/usr/sbin/rpcbind)";
+        return false;
+    }
+    if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0) {
+        m_why = std::string("cannot create network and mount namespaces: ") + strerror(errno) +
+                " (the NFS tests need root or CAP_SYS_ADMIN)";
+        return false;
+    }
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") != 0) {
+        m_why = std::string("cannot mount a private /run: ") + strerror(errno);
+        return false;
+    }
+    mkdir("/var/lib/nfs", 0755);
+    if (mount("tmpfs", "/var/lib/nfs", "tmpfs", 0, "mode=0755") != 0) {
+        m_why = std::string("cannot mount a private /var/lib/nfs: ") + strerror(errno);
+        return false;
+    }
+    if (!LoopbackUp()) {
+        m_why = std::string("cannot bring up the private loopback: ") + strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+bool NFSSandbox::StartPortMapper() {
+    m_rpcbind = SpawnChild({"/usr/sbin/rpcbind", "-f", "-w"});
+    // Installed and permitted, yet silent: a real failure, which the tests report.
+    m_portMapperUp = m_rpcbind > 0 && WaitForRegistration(100000, 2, 10000);
+    return m_portMapperUp;
+}
+
+bool NFSSandbox::StartNFSServer() {
+    if (m_nfsTried) return m_nfsServer > 0;
+    m_nfsTried = true;
+    const char* ganesha = "/usr/bin/ganesha.nfsd";
+    if (!Executable(ganesha)) {
+        m_why = "nfs-ganesha is not installed (/usr/bin/ganesha.nfsd)";
+        return false;
+    }
+    if (!m_portMapperUp) {
+        m_failure = "the port mapper did not start";
+        return false;
+    }
+    m_exportRoot = m_dir / "export";
+    for (const char* d : {"", "/a", "/a/b", "/data"})
+        mkdir((m_exportRoot + d).c_str(), 0777);
+
+    const std::string conf = m_dir / "ganesha.conf";
+    {
+        std::ofstream f(conf);
+        f << "NFS_CORE_PARAM { Protocols = 3; Enable_NLM = false; Enable_RQUOTA = false; }\n"
+             "NFSV4 { Graceless = true; }\n";
+        struct Export {
+            int id;
+            const char* path;
+            const char* extra;
+        };
+        const Export exports[] = {
+            {1, "/a", ""},
+            {2, "/a/b", ""},
+            {3, "/data", "MaxRead = 65536; MaxWrite = 65536; PrefRead = 65536; PrefWrite = 65536;"},
+        };
+        for (const auto& e : exports) {
+            f << "EXPORT { Export_Id = " << e.id << "; Path = " << m_exportRoot << e.path
+              << "; Pseudo = /p" << e.id << "; Access_Type = RW; Squash = No_Root_Squash; Protocols = 3; Transports = UDP, TCP;"
+                 " SecType = sys; "
+              << e.extra << " FSAL { Name = VFS; } }\n";
+        }
+    }
+    m_nfsServer = SpawnChild({ganesha, "-F", "-f", conf, "-L", m_dir / "ganesha.log", "-p",
+                              m_dir / "ganesha.pid"});
+    if (m_nfsServer < 0 || !WaitForRegistration(100005, 3, 20000) ||
+        !WaitForRegistration(100003, 3, 20000)) {
+        m_failure = "nfs-ganesha did not register MOUNT and NFS; its log:\n" +
+                ReadFile(m_dir / "ganesha.log");
+        StopPid(m_nfsServer);
+        return false;
+    }
+    return true;
+}
+
+pid_t NFSSandbox::StartFake(unsigned long program, unsigned long version, const std::string& mode,
+                            int count) {
+    int pipeFds[2];
+    if (pipe(pipeFds) != 0) return -1;
+    const pid_t pid = SpawnChild({ProgramDir() + "/kx_fake_rpc_server", std::to_string(program),
+                                  std::to_string(version), mode, std::to_string(count)},
+                                 pipeFds[1]);
+    close(pipeFds[1]);
+    char line[16] = {};
+    const ssize_t n = read(pipeFds[0], line, sizeof line - 1);
+    close(pipeFds[0]);
+    if (n < 5 || strncmp(line, "ready", 5) != 0) {
+        pid_t failed = pid;
+        StopPid(failed);
+        return -1;
+    }
+    return pid;
+}
+
+void NFSSandbox::Stop(pid_t pid) { StopPid(pid); }
+
+}  // namespace kxtest
+
+namespace kxtest {
+
+int InFreshSandbox(bool withPortMapper, int (*fn)()) {
+    int fds[2];
+    if (pipe(fds) != 0) return INT32_MIN;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(fds[0]);
+        int result = INT32_MIN;
+        pid_t rpcbind = -1;
+        if (unshare(CLONE_NEWNET | CLONE_NEWNS) == 0 &&
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+            mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0 && LoopbackUp()) {
+            if (withPortMapper) {
+                rpcbind = SpawnChild({"/usr/sbin/rpcbind", "-f", "-w"});
+                if (!WaitForRegistration(100000, 2, 10000)) StopPid(rpcbind);
+            }
+            if (!withPortMapper || rpcbind > 0) result = fn();
+        }
+        StopPid(rpcbind);
+        if (write(fds[1], &result, sizeof result) != sizeof result) _exit(1);
+        _exit(0);
+    }
+    close(fds[1]);
+    int result = INT32_MIN;
+    if (pid < 0 || read(fds[0], &result, sizeof result) != sizeof result) result = INT32_MIN;
+    close(fds[0]);
+    if (pid > 0) waitpid(pid, nullptr, 0);
+    return result;
+}
+
+}  // namespace kxtest
