@@ -1,8 +1,9 @@
-// Helpers for the file-tree tests: small file-system probes and a way to run an operation
+// Helpers for the file-tree tests: a temporary root, file probes, and running an operation
 // without root's power to ignore permissions.
 #pragma once
 
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,11 +12,9 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "../base/kxLogCapture.h"
+#include "kxTestProcess.h"
 
 namespace kxtest {
 
@@ -36,33 +35,30 @@ inline void WriteText(const std::string& path, const std::string& text) {
     fclose(f);
 }
 
-// What an operation run in a child process returned and logged.
-struct ChildResult {
-    long status = 0;
-    std::vector<std::string> messages;  // texts of the records logged, in order
+// A temporary root open to every user, with the log captured.
+class FilesTest : public ::testing::Test {
+protected:
+    void SetUp() override { chmod(root_.path().c_str(), 0777); }
+    std::string Path(const std::string& name) const { return root_ / name; }
+
+    TempDir root_;
+    LogCapture log_;
 };
 
-// Runs `body` in a forked child as the unprivileged user nobody (when the tests run as root;
-// otherwise as the current user), so that read-only files and directories are really refused.
-// The directories it touches must be reachable for that user.
-inline ChildResult RunUnprivileged(const std::function<long()>& body) {
+// Runs `body` in a forked child as user nobody when the tests run as root (otherwise as the
+// current user), so that read-only files and directories are really refused. Returns the
+// status and, after it, the texts the child logged, one per line.
+inline std::string RunUnprivileged(const std::function<long()>& body) {
     int fds[2];
-    EXPECT_EQ(pipe(fds), 0);
+    if (pipe(fds) != 0) return "pipe failed";
     const pid_t pid = fork();
     if (pid == 0) {
         close(fds[0]);
-        int rc = 0;
-        if (geteuid() == 0) {
-            rc = setgroups(0, nullptr) | setgid(65534) | setuid(65534);
-        }
-        std::string report;
-        if (rc == 0) {
+        std::string report = "dropping privileges failed";
+        if (geteuid() != 0 || (setgroups(0, nullptr) | setgid(65534) | setuid(65534)) == 0) {
             LogCapture log;
-            const long status = body();
-            report = std::to_string(status);
+            report = std::to_string(body());
             for (const LoggedRecord& r : log.Records()) report += "\n" + r.text;
-        } else {
-            report = "dropping privileges failed";
         }
         ssize_t ignored = write(fds[1], report.data(), report.size());
         (void)ignored;
@@ -74,25 +70,8 @@ inline ChildResult RunUnprivileged(const std::function<long()>& body) {
     ssize_t n;
     while ((n = read(fds[0], buf, sizeof buf)) > 0) text.append(buf, static_cast<size_t>(n));
     close(fds[0]);
-    int wstatus = 0;
-    waitpid(pid, &wstatus, 0);
-
-    ChildResult result;
-    size_t start = 0;
-    bool first = true;
-    for (;;) {
-        const size_t end = text.find('\n', start);
-        const std::string line = text.substr(start, end == std::string::npos ? end : end - start);
-        if (first) {
-            result.status = strtol(line.c_str(), nullptr, 10);
-            first = false;
-        } else {
-            result.messages.push_back(line);
-        }
-        if (end == std::string::npos) break;
-        start = end + 1;
-    }
-    return result;
+    waitpid(pid, nullptr, 0);
+    return text;
 }
 
 }  // namespace kxtest
