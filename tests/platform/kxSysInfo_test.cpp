@@ -57,28 +57,6 @@ TEST(kxSysInfo, CurrentUserComesFromUserAndIsNeverNull) {
     kxSysInfo::g_VersionInfo.Fill();
 }
 
-TEST(kxSysInfo, StringHelpersCopyAndLeaveTargetAloneWhenUnset) {
-    char* copy = nullptr;
-    const char* text = "abc";
-    EXPECT_EQ(copy, nullptr);
-    char* returned = kxSysInfo::AllocAndCopyString(text, copy);
-    EXPECT_EQ(returned, copy);
-    EXPECT_NE(text, copy);
-    EXPECT_STREQ("abc", copy);
-    delete[] copy;
-
-    char untouched[] = "keep";
-    char* target = untouched;
-    unsetenv("KX_TEST_NOT_SET");
-    EXPECT_EQ(nullptr, kxSysInfo::GetEnv("KX_TEST_NOT_SET", target));
-    EXPECT_EQ(untouched, target);
-    setenv("KX_TEST_NOT_SET", "value", 1);
-    ASSERT_NE(nullptr, kxSysInfo::GetEnv("KX_TEST_NOT_SET", target));
-    EXPECT_STREQ("value", target);
-    delete[] target;
-    unsetenv("KX_TEST_NOT_SET");
-}
-
 TEST(kxBitUtils, CountsBitsAndReversesBytes) {
     EXPECT_EQ(0u, kxBitUtils::CountBitsSet(0));
     EXPECT_EQ(32u, kxBitUtils::CountBitsSet(0xFFFFFFFFul));
