@@ -78,7 +78,7 @@ long ParseUnc(const char* p, UncParts& parts) {
 
 void Emit(char* out, const char* text, size_t length) {
     if (out == nullptr) return;
-    memcpy(out, text, length);
+    if (length > 0) memcpy(out, text, length);  // text may be null when there is nothing
     out[length] = '\0';
 }
 
