@@ -1,12 +1,12 @@
-// Day-count arithmetic checked against reference values from another calendar implementation
+// Dates checked against reference values from another calendar and time-zone implementation
 // (kxDateReference.inc, written by make_date_reference.py).
 #include "base/kxTimeUtils.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
+#include <climits>
+#include <cstdlib>
 #include <ctime>
 #include <iterator>
 #include <string>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/KCOleDateTime.h"
+#include "platform/kxWin32.h"
 
 namespace {
 
@@ -34,89 +35,175 @@ struct ZoneRow {
 
 #include "kxDateReference.inc"
 
-constexpr double kTolerance = 1e-8;  // days: under a millisecond
+using Fields = std::tuple<int, int, int, int, int, int>;
+
+Fields FieldsOf(const tm& f) {
+    return Fields(f.tm_year, f.tm_mon, f.tm_mday, f.tm_hour, f.tm_min, f.tm_sec);
+}
+Fields FieldsOf(const KCOleDateTime& d) {
+    return Fields(d.GetYear(), d.GetMonth(), d.GetDay(), d.GetHour(), d.GetMinute(), d.GetSecond());
+}
+template <typename Row>
+Fields FieldsOf(const Row& r) {
+    return Fields(r.year, r.month, r.day, r.hour, r.minute, r.second);
+}
 
 std::string Describe(const CalendarRow& r) {
     char text[64];
-    snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d (%a)", r.year, r.month, r.day,
-             r.hour, r.minute, r.second, r.date);
+    snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", r.year, r.month, r.day, r.hour,
+             r.minute, r.second);
     return text;
 }
 
-TEST(DayCount, CalendarFieldsGiveTheReferenceDayCount) {
-    for (const CalendarRow& r : kCalendarRows) {
-        SCOPED_TRACE(Describe(r));
-        double date = 12345.0;
-        ASSERT_TRUE(kxTimeUtils::_AfxOleDateFromTm(
-            static_cast<uint16_t>(r.year), static_cast<uint16_t>(r.month),
-            static_cast<uint16_t>(r.day), static_cast<uint16_t>(r.hour),
-            static_cast<uint16_t>(r.minute), static_cast<uint16_t>(r.second), date));
-        // Within 4 ulps: the 32-bit target computes in extended precision and rounds twice.
-        EXPECT_DOUBLE_EQ(date, r.date);
+// Sets TZ for the lifetime of the object and restores the previous setting.
+class ScopedTimeZone {
+public:
+    explicit ScopedTimeZone(const char* zone) {
+        if (const char* old = std::getenv("TZ"))
+            m_old = old;
+        setenv("TZ", zone, 1);
+        tzset();
     }
-}
+    ~ScopedTimeZone() {
+        if (m_old.empty())
+            unsetenv("TZ");
+        else
+            setenv("TZ", m_old.c_str(), 1);
+        tzset();
+    }
+    ScopedTimeZone(const ScopedTimeZone&) = delete;
+    ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
 
-TEST(DayCount, ReferenceDayCountBreaksDownToItsFields) {
+private:
+    std::string m_old;
+};
+
+TEST(DateReference, CalendarFieldsAndDayCountsAgree) {
     for (const CalendarRow& r : kCalendarRows) {
         SCOPED_TRACE(Describe(r));
+        _SYSTEMTIME in = {static_cast<uint16_t>(r.year), static_cast<uint16_t>(r.month), 6,
+                          static_cast<uint16_t>(r.day), static_cast<uint16_t>(r.hour),
+                          static_cast<uint16_t>(r.minute), static_cast<uint16_t>(r.second), 999};
+        KCOleDateTime d;
+        d = in;
+        ASSERT_EQ(d.GetStatus(), KCOleDateTime::valid);
+        // Within 4 ulps: the 32-bit target computes in extended precision and rounds twice.
+        EXPECT_DOUBLE_EQ(d.GetDate(), r.date);
+
         tm f;
         ASSERT_TRUE(kxTimeUtils::_AfxTmFromOleDate(r.date, f));
-        EXPECT_EQ(std::make_tuple(f.tm_year, f.tm_mon, f.tm_mday, f.tm_hour, f.tm_min, f.tm_sec),
-                  std::make_tuple(r.year, r.month, r.day, r.hour, r.minute, r.second));
+        EXPECT_EQ(FieldsOf(f), FieldsOf(r));
         EXPECT_EQ(f.tm_wday, r.weekday);
         EXPECT_EQ(f.tm_yday, r.yearDay);
 
-        _SYSTEMTIME st;
-        ASSERT_TRUE(kxTimeUtils::_AfxSystemTimeFromOleDate(r.date, st));
-        EXPECT_EQ(st.wDayOfWeek, r.weekday - 1);
-        EXPECT_EQ(st.wMilliseconds, 0);
-        EXPECT_EQ(std::make_tuple(st.wYear, st.wMonth, st.wDay, st.wHour, st.wMinute, st.wSecond),
-                  std::make_tuple(r.year, r.month, r.day, r.hour, r.minute, r.second));
+        _SYSTEMTIME out;
+        ASSERT_TRUE(KCOleDateTime(r.date).GetAsSystemTime(out));
+        EXPECT_EQ(Fields(out.wYear, out.wMonth, out.wDay, out.wHour, out.wMinute, out.wSecond),
+                  FieldsOf(r));
+        EXPECT_EQ(out.wDayOfWeek, r.weekday - 1);
+        EXPECT_EQ(out.wMilliseconds, 0);
     }
 }
 
-TEST(DayCount, MapsToAndFromTheContinuousTimeLine) {
+TEST(DateReference, ContinuousTimeLineOrdersEarlyDates) {
     for (const CalendarRow& r : kCalendarRows) {
         SCOPED_TRACE(Describe(r));
-        // The mapping cancels digits near day boundaries: compare to well under a second.
-        EXPECT_NEAR(kxTimeUtils::_AfxDoubleFromDate(r.date), r.continuous, kTolerance);
-        EXPECT_NEAR(kxTimeUtils::_AfxDateFromDouble(r.continuous), r.date, kTolerance);
+        // The mapping cancels digits near day boundaries: compare to under a millisecond.
+        EXPECT_NEAR(kxTimeUtils::_AfxDoubleFromDate(r.date), r.continuous, 1e-8);
+        EXPECT_NEAR(kxTimeUtils::_AfxDateFromDouble(r.continuous), r.date, 1e-8);
     }
-    // Stored values are not ordered around 0; their continuous forms are.
     std::vector<CalendarRow> rows(std::begin(kCalendarRows), std::end(kCalendarRows));
     std::sort(rows.begin(), rows.end(), [](const CalendarRow& a, const CalendarRow& b) {
-        return std::tie(a.year, a.month, a.day, a.hour, a.minute, a.second) <
-               std::tie(b.year, b.month, b.day, b.hour, b.minute, b.second);
+        return a.continuous < b.continuous;
     });
     for (size_t i = 1; i < rows.size(); ++i) {
-        const KCOleDateTime earlier(rows[i - 1].date), later(rows[i].date);
         if (rows[i - 1].continuous == rows[i].continuous)
             continue;
+        const KCOleDateTime earlier(rows[i - 1].date), later(rows[i].date);
         EXPECT_TRUE(earlier < later && later > earlier && earlier <= later && !(earlier >= later))
             << Describe(rows[i - 1]) << " vs " << Describe(rows[i]);
     }
 }
 
-TEST(DayCount, RoundsToTheNearestSecond) {
+// Includes times just before midnight on days before 1899-12-30, which round into the next day.
+TEST(DateReference, RoundsToTheNearestSecond) {
     for (const RoundingRow& r : kRoundingRows) {
         SCOPED_TRACE(testing::Message() << r.date);
         tm f;
         ASSERT_TRUE(kxTimeUtils::_AfxTmFromOleDate(r.date, f));
-        EXPECT_EQ(std::make_tuple(f.tm_year, f.tm_mon, f.tm_mday, f.tm_hour, f.tm_min, f.tm_sec),
-                  std::make_tuple(r.year, r.month, r.day, r.hour, r.minute, r.second));
+        EXPECT_EQ(FieldsOf(f), FieldsOf(r));
     }
 }
 
-TEST(DayCount, KnownValues) {
-    double d = -1;
-    ASSERT_TRUE(kxTimeUtils::_AfxOleDateFromTm(1899, 12, 30, 0, 0, 0, d));
-    EXPECT_EQ(d, 0.0);
-    ASSERT_TRUE(kxTimeUtils::_AfxOleDateFromTm(1900, 1, 1, 12, 0, 0, d));
-    EXPECT_EQ(d, 2.5);
-    ASSERT_TRUE(kxTimeUtils::_AfxOleDateFromTm(1899, 12, 29, 6, 0, 0, d));
-    EXPECT_EQ(d, -1.25);
-    EXPECT_EQ(kxTimeUtils::_AfxDateFromDouble(-0.5), -1.5);
-    EXPECT_EQ(kxTimeUtils::_AfxDoubleFromDate(-1.5), -0.5);
+_FILETIME FileTimeOf(long long unixTime) {
+    const uint64_t ticks =
+        static_cast<uint64_t>(unixTime) * kxFileTimeTicksPerSecond + kxFileTimeUnixEpoch;
+    return _FILETIME{static_cast<uint32_t>(ticks), static_cast<uint32_t>(ticks >> 32)};
+}
+
+// time_t -> date (local time) -> _SYSTEMTIME -> _FILETIME, and _FILETIME -> date, at instants
+// around the daylight-saving changes of each zone. The way back reads the local time as standard
+// time, so in summer it lands one hour late: the compatibility layer's documented rule.
+TEST(DateReference, UnixAndFileTimesRoundTripInEachZone) {
+    for (const ZoneRow& r : kZoneRows) {
+        ScopedTimeZone zone(r.zone);
+        SCOPED_TRACE(testing::Message() << r.zone << " " << r.unixTime);
+
+        KCOleDateTime fromUnix;
+        fromUnix = static_cast<long>(r.unixTime);
+        ASSERT_EQ(fromUnix.GetStatus(), KCOleDateTime::valid);
+        EXPECT_EQ(FieldsOf(fromUnix), FieldsOf(r));
+        EXPECT_EQ(fromUnix.GetDayOfWeek(), r.weekday + 1);
+
+        const _FILETIME ft = FileTimeOf(r.unixTime);
+        KCOleDateTime assigned;
+        assigned = ft;
+        EXPECT_EQ(KCOleDateTime(ft, false).GetDate(), fromUnix.GetDate());
+        EXPECT_EQ(KCOleDateTime(ft, true).GetDate(), fromUnix.GetDate());
+        EXPECT_EQ(assigned.GetDate(), fromUnix.GetDate());
+
+        _SYSTEMTIME st;
+        ASSERT_TRUE(fromUnix.GetAsSystemTime(st));
+        EXPECT_EQ(st.wDayOfWeek, r.weekday);
+        _FILETIME back;
+        if (r.year < 1970) {
+            EXPECT_FALSE(SystemTimeToFileTime(&st, &back));
+            continue;
+        }
+        ASSERT_TRUE(SystemTimeToFileTime(&st, &back));
+        const uint64_t ticks = (static_cast<uint64_t>(back.dwHighDateTime) << 32) | back.dwLowDateTime;
+        EXPECT_EQ(static_cast<long long>((ticks - kxFileTimeUnixEpoch) / kxFileTimeTicksPerSecond),
+                  r.unixTime + 3600LL * r.dst);
+    }
+}
+
+TEST(DateReference, UnrepresentableTimesAreInvalid) {
+    ScopedTimeZone zone("UTC");
+    KCOleDateTime d(2.5);
+#if LONG_MAX > 2147483647L
+    d = 253402300800L;  // 10000-01-01
+    EXPECT_EQ(d.GetStatus(), KCOleDateTime::invalid);
+    EXPECT_EQ(d.GetDate(), 2.5);  // only the status changes
+    d = LONG_MAX;                 // localtime cannot break it down
+    EXPECT_EQ(d.GetStatus(), KCOleDateTime::invalid);
+    d = -2208902400L;  // 1900-01-02: before the Unix epoch is fine
+    EXPECT_EQ(d.GetDate(), 3.0);
+#endif
+    d = -86400L;
+    EXPECT_EQ(d.GetStatus(), KCOleDateTime::valid);
+    EXPECT_EQ(d.GetDate(), 25568.0);  // 1969-12-31
+
+    // Year 29228, or beyond time_t on the 32-bit target.
+    const _FILETIME farFuture = {0xFFFFFFFFu, 0x7FFFFFFFu};
+    EXPECT_EQ(KCOleDateTime(farFuture, false).GetStatus(), KCOleDateTime::invalid);
+    EXPECT_EQ(KCOleDateTime(farFuture, true).GetStatus(), KCOleDateTime::invalid);
+
+    const time_t before = time(nullptr);
+    const KCOleDateTime now = KCOleDateTime::GetTickCount();
+    KCOleDateTime low, high;
+    low = static_cast<long>(before);
+    high = static_cast<long>(time(nullptr));
+    EXPECT_TRUE(low <= now && now <= high);
 }
 
 TEST(DayCount, RejectsImpossibleFields) {
@@ -132,14 +219,11 @@ TEST(DayCount, RejectsImpossibleFields) {
     EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2024, 1, 1, 0, 0, 60, d));
     EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(10000, 1, 1, 0, 0, 0, d));
     EXPECT_EQ(d, 7.0);
-    EXPECT_TRUE(kxTimeUtils::_AfxOleDateFromTm(2000, 2, 29, 23, 59, 59, d));
 
     tm f;
-    EXPECT_FALSE(kxTimeUtils::_AfxTmFromOleDate(kxTimeUtils::kxMaxDate + 1, f));
+    EXPECT_FALSE(kxTimeUtils::_AfxTmFromOleDate(kxTimeUtils::kxMaxDate + 1e-6, f));
     EXPECT_FALSE(kxTimeUtils::_AfxTmFromOleDate(kxTimeUtils::kxMinDate - 0.5, f));
-    EXPECT_FALSE(kxTimeUtils::_AfxTmFromOleDate(std::nan(""), f));
-    _SYSTEMTIME st;
-    EXPECT_FALSE(kxTimeUtils::_AfxSystemTimeFromOleDate(kxTimeUtils::kxMaxDate + 1, st));
+    EXPECT_FALSE(kxTimeUtils::_AfxTmFromOleDate(std::strtod("nan", nullptr), f));
 }
 
 }  // namespace
