@@ -4,6 +4,17 @@
 
 #include "log/kxLog.h"
 
+// Under AddressSanitizer free elements are poisoned, so that a block used after it was given
+// back is reported like any heap use-after-free.
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#define KX_POISON(p, n) ASAN_POISON_MEMORY_REGION((p), (n))
+#define KX_UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION((p), (n))
+#else
+#define KX_POISON(p, n) ((void)(p), (void)(n))
+#define KX_UNPOISON(p, n) ((void)(p), (void)(n))
+#endif
+
 namespace {
 
 // Free elements are linked through their first word. Element sizes need not be multiples of
@@ -45,10 +56,12 @@ void* KCFixedAlloc::Alloc() {
         for (unsigned i = m_nBlockSize; i-- > 0;) {
             void* element = first + static_cast<size_t>(i) * m_nAllocSize;
             SetNext(element, m_pNodeFree);
+            KX_POISON(element, m_nAllocSize);
             m_pNodeFree = element;
         }
     }
     void* element = m_pNodeFree;
+    KX_UNPOISON(element, m_nAllocSize);
     m_pNodeFree = NextOf(element);
     m_protect.Unlock();
     return element;
@@ -58,12 +71,15 @@ void KCFixedAlloc::Free(void* p) {
     if (p == nullptr) return;
     m_protect.Lock();
     SetNext(p, m_pNodeFree);
+    KX_POISON(p, m_nAllocSize);
     m_pNodeFree = p;
     m_protect.Unlock();
 }
 
 void KCFixedAlloc::FreeAll() {
     m_protect.Lock();
+    for (KCPlex* chunk = m_pBlocks; chunk != nullptr; chunk = chunk->pNext)
+        KX_UNPOISON(chunk->data(), static_cast<size_t>(m_nAllocSize) * m_nBlockSize);
     if (m_pBlocks != nullptr) m_pBlocks->FreeDataChain();
     m_pBlocks = nullptr;
     m_pNodeFree = nullptr;

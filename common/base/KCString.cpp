@@ -138,11 +138,12 @@ void KCString::AssignCopy(int n, const char* src) {
     if (data->refCount > 1 || n > data->allocLength) {
         KCString fresh;
         fresh.AllocBuffer(n);
-        memcpy(fresh.m_pchData, src, static_cast<size_t>(n));
+        if (n > 0) memcpy(fresh.m_pchData, src, static_cast<size_t>(n));
         Swap(fresh);
         return;
     }
-    memmove(m_pchData, src, static_cast<size_t>(n));
+    // A null src comes only with n == 0 (a null text counts as empty).
+    if (n > 0) memmove(m_pchData, src, static_cast<size_t>(n));
     SetLength(n);
 }
 
@@ -156,8 +157,8 @@ void KCString::ConcatCopy(int len1, const char* s1, int len2, const char* s2) {
     int total = SumLength(len1, len2);
     if (total == 0) return;
     AllocBuffer(total);
-    memcpy(m_pchData, s1, static_cast<size_t>(len1));
-    memcpy(m_pchData + len1, s2, static_cast<size_t>(len2));
+    if (len1 > 0) memcpy(m_pchData, s1, static_cast<size_t>(len1));
+    if (len2 > 0) memcpy(m_pchData + len1, s2, static_cast<size_t>(len2));
 }
 
 void KCString::ConcatInPlace(int n, const char* s) {
