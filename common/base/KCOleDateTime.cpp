@@ -1,7 +1,6 @@
 #include "base/KCOleDateTime.h"
 
 #include <algorithm>
-#include <cstring>
 #include <ctime>
 
 #include "base/kxTimeUtils.h"

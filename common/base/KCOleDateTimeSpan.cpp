@@ -1,6 +1,7 @@
 #include "base/KCOleDateTimeSpan.h"
 
 #include <cmath>
+#include <limits>
 
 #include "base/kxTimeUtils.h"
 
@@ -8,6 +9,8 @@ namespace {
 
 // See GetHours: `fraction` is the part of one unit, `units` how many smaller units it holds.
 long SmallerUnits(double fraction, long units) {
+    if (std::isnan(fraction))
+        return 0;
     const double half = fraction < 0 ? -kxTimeUtils::kxHalfSecond : kxTimeUtils::kxHalfSecond;
     long n = static_cast<long>((fraction + half) * units);
     if (n >= units)
@@ -52,6 +55,19 @@ KCOleDateTimeSpan KCOleDateTimeSpan::operator-(const KCOleDateTimeSpan& other) c
     KCOleDateTimeSpan negated(other);
     negated.m_span = -other.m_span;
     return *this + negated;
+}
+
+long KCOleDateTimeSpan::GetDays() const {
+    constexpr double kLow = static_cast<double>(std::numeric_limits<long>::min());
+    // 2^63 or 2^31: the first value above the range of long.
+    constexpr double kHigh = -kLow;
+    if (std::isnan(m_span))
+        return 0;
+    if (m_span <= kLow)
+        return std::numeric_limits<long>::min();
+    if (m_span >= kHigh)
+        return std::numeric_limits<long>::max();
+    return static_cast<long>(m_span);
 }
 
 long KCOleDateTimeSpan::GetHours() const { return SmallerUnits(Fraction(m_span), 24); }

@@ -32,18 +32,19 @@ public:
     KCOleDateTimeSpan operator+(const KCOleDateTimeSpan& other) const;
     KCOleDateTimeSpan operator-(const KCOleDateTimeSpan& other) const;
 
-    // The whole days (towards zero), and the span itself, in days.
-    long GetDays() const { return static_cast<long>(m_span); }
+    // The whole days (towards zero; 0 for NaN, clamped to the range of long), and the span
+    // itself, in days.
+    long GetDays() const;
     double GetTotalDays() const { return m_span; }
 
-    // Hour, minute and second parts of the span. Each adds half a second in days (1/172800) to a
-    // fraction of its own unit (an hour, a minute, a second of the span's day count scaled by
-    // 1, 24 and 1440) before truncating, and wraps a full unit to 0: so the minutes round to the
-    // nearest 0.02 s of an hour and the seconds hardly round at all (10 min 59.99 s reads as
-    // 11 minutes and 59 seconds, 1.999999 days as 0 hours). Deliberate: callers rely on these
-    // exact results; do not "correct" the rounding.
+    // Hour, minute and second parts of the span. Each adds 1/172800 (half a second in days) to
+    // the fraction of its own unit (of the day count, of 24 x it, of 1440 x it), truncates, and
+    // wraps a full unit to 0. So the hours round to the nearest second, the minutes move up only
+    // within 0.02 s of the next minute and the seconds within 0.35 ms of the next second:
+    // 10 min 59.99 s reads as 11 minutes and 59 seconds, 1.999999 days as 0 hours. Deliberate:
+    // callers rely on these exact results; do not "correct" the rounding.
     // A negative span gives the mirror image of the positive one (the half second is taken away
-    // from zero, the wrap is at -24 or -60), so GetHours of -x is -GetHours of x.
+    // from zero, the wrap is at -24 or -60), so GetHours of -x is -GetHours of x. NaN gives 0.
     long GetHours() const;
     long GetMinutes() const;
     long GetSeconds() const;

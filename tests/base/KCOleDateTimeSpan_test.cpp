@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+
 namespace {
 
 TEST(KCOleDateTimeSpan, PartsOfAWholeSecondSpan) {
@@ -44,6 +47,11 @@ TEST(KCOleDateTimeSpan, NegativeSpansMirrorPositiveOnes) {
         EXPECT_EQ(neg.GetDays(), -pos.GetDays()) << days;
     }
     EXPECT_EQ(KCOleDateTimeSpan(-1, -6, 0, 0).GetHours(), -6);
+
+    // Nonsense numbers give defined answers rather than undefined conversions.
+    const KCOleDateTimeSpan nan(std::nan("")), huge(1e300);
+    EXPECT_EQ(nan.GetDays() + nan.GetHours() + nan.GetMinutes() + nan.GetSeconds(), 0);
+    EXPECT_EQ(huge.GetDays(), std::numeric_limits<long>::max());
 }
 
 TEST(KCOleDateTimeSpan, ArithmeticStatusAndRange) {
