@@ -107,7 +107,11 @@ void KCString::Release() {
 void KCString::SetLength(int n) {
     // The sentinel is never written; it already says "empty".
     if (IsNil()) return;
-    GetData()->dataLength = n;
+    // A length from the caller (ReleaseBuffer, GetBufferSetLength) is kept inside the block.
+    KCStringData* data = GetData();
+    if (n < 0) n = 0;
+    if (n > data->allocLength) n = data->allocLength;
+    data->dataLength = n;
     m_pchData[n] = '\0';
 }
 

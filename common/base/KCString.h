@@ -88,8 +88,9 @@ public:
     // max(n, length) is made. Call ReleaseBuffer when done writing.
     char* GetBuffer(int n);
     // Makes the block private and sets the length to n (strlen of the buffer when n is -1).
+    // A length outside 0..capacity is cut to it rather than written past the block.
     void ReleaseBuffer(int n = -1);
-    // GetBuffer(n), then the length is n.
+    // GetBuffer(n), then the length is n (negative n counts as 0).
     char* GetBufferSetLength(int n);
     // Moves the text into a block of exactly its length when there is spare room. Does not
     // check for sharing: the block is replaced even if other strings share it (they keep it).

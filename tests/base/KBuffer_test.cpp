@@ -18,34 +18,22 @@ void Fill(KBuffer& b, const char* text) {
     ASSERT_EQ(b.SetBytesUsed(n), KX_OK);
 }
 
-TEST(KBuffer, EmptyBufferHasNoBlock) {
-    KBuffer b(0);
-    EXPECT_EQ(b.GetPtr(0, 0), nullptr);
-    EXPECT_EQ(b.GetSize(), 0u);
-    EXPECT_EQ(b.GetBytesUsed(), 0u);
-    EXPECT_FALSE(b.AllocationFailed());
-    EXPECT_EQ(b.SetBytesUsed(1), KX_E_BAD_ARGUMENT);
-}
+TEST(KBuffer, PointersAndCountsStayWithinTheAllocatedSize) {
+    KBuffer empty(0);
+    EXPECT_EQ(empty.GetPtr(0, 0), nullptr);
+    EXPECT_EQ(empty.SetBytesUsed(1), KX_E_BAD_ARGUMENT);
 
-TEST(KBuffer, GetPtrChecksAgainstAllocatedSizeNotBytesUsed) {
     KBuffer b(10);
-    EXPECT_NE(b.GetPtr(0, 10), nullptr);
+    EXPECT_NE(b.GetPtr(0, 10), nullptr);  // against the size, not the bytes used
     EXPECT_NE(b.GetPtr(10, 0), nullptr);
     EXPECT_EQ(b.GetPtr(5, 6), nullptr);
-    EXPECT_EQ(b.GetPtr(11, 0), nullptr);
     EXPECT_EQ(b.GetPtr(~0ul, 2), nullptr);  // no wrap-round
-    EXPECT_EQ(b.GetPtr(4, 2), b.GetPtr() + 4);
-}
-
-TEST(KBuffer, BytesUsedNeverPassSize) {
-    KBuffer b(8);
-    EXPECT_EQ(b.SetBytesUsed(8), KX_OK);
-    EXPECT_EQ(b.SetBytesUsed(9), KX_E_BAD_ARGUMENT);
-    EXPECT_EQ(b.GetBytesUsed(), 8u);
-    EXPECT_EQ(b.SetBytesUsed(5), KX_OK);
+    EXPECT_EQ(b.SetBytesUsed(10), KX_OK);
+    EXPECT_EQ(b.SetBytesUsed(11), KX_E_BAD_ARGUMENT);
+    EXPECT_EQ(b.SetBytesUsed(7), KX_OK);
     EXPECT_EQ(b.IncreaseBytesUsed(3), KX_OK);
     EXPECT_EQ(b.IncreaseBytesUsed(1), KX_E_BAD_ARGUMENT);
-    EXPECT_EQ(b.GetBytesUsed(), 8u);
+    EXPECT_EQ(b.GetBytesUsed(), 10u);
 }
 
 TEST(KBuffer, ResizeMovesToANewBlockKeepingUsedBytes) {

@@ -234,9 +234,6 @@ TEST(KCString, WideTextIsConvertedWithTheLocale) {
     EXPECT_EQ(kxStrUtils::_wcstombsz(narrow, L"xyz", 0), 0);
     EXPECT_EQ(kxStrUtils::_wcstombsz(nullptr, L"xyz", 0), 3);  // length query
 
-    EXPECT_TRUE(kxStrUtils::AfxIsValidString("x"));
-    EXPECT_FALSE(kxStrUtils::AfxIsValidString(static_cast<const char*>(nullptr)));
-    EXPECT_FALSE(kxStrUtils::AfxIsValidAddress(nullptr, 4));
 }
 
 TEST(KCString, NonAsciiWideTextNeverOverrunsItsBuffer) {

@@ -9,19 +9,6 @@
 
 namespace {
 
-TEST(kxMem, AllocReallocFreeRoundTripKeepsContent) {
-    kxtest::LogCapture log;
-    char* p = nullptr;
-    ASSERT_EQ(KX_MEM_ALLOC(16, &p), KX_OK);
-    ASSERT_NE(p, nullptr);
-    memcpy(p, "0123456789abcdef", 16);
-    ASSERT_EQ(KX_MEM_REALLOC(4096, &p), KX_OK);
-    EXPECT_EQ(memcmp(p, "0123456789abcdef", 16), 0);
-    EXPECT_EQ(KX_MEM_FREE(p), KX_OK);
-    // Traces are informational: dropped while informational messages are off.
-    EXPECT_TRUE(log.Records().empty());
-}
-
 TEST(kxMem, TracesNameTheCallerOnlyWhenAFileIsGiven) {
     kxLogInfoMessages(true);
     {
