@@ -152,14 +152,22 @@ public:
     void TrimLeft(char ch);
     void TrimLeft(const char* set);  // null or empty set does nothing
 
-    // printf into the string. The capacity is estimated from the format and arguments before
-    // formatting (see FormatEstimate); conversions are those of vsprintf, with the size
-    // prefix "I64" for 64-bit integers.
+    // printf into the string. The block is sized by FormatEstimate before formatting; the
+    // conversions are those of vsprintf, plus the size prefix "I64" for 64-bit integers. The
+    // arguments may point into this string. Should the output still exceed the estimate (a
+    // conversion the estimate does not count, wide text that grows when converted), it is
+    // formatted again at its exact length rather than cut or overrun. A locked block is kept.
     void Format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
     void FormatV(const char* fmt, va_list args) __attribute__((format(printf, 2, 0)));
 
-    // The capacity FormatV asks for: an upper bound of the output length computed from the
-    // format and its arguments (args is not consumed: it is copied).
+    // The capacity FormatV asks for, from the format and its arguments (args is copied, not
+    // consumed): ordinary characters 1; "#" 2 more; strings their length (6 for null, at least
+    // 1, cut by a precision, raised by the width); characters 2; integers and pointers
+    // max(width + precision, 32); "e", "g", "G" max(width + precision, 128); "f" the printed
+    // length with six more digits of precision; "n", "E" and unknown letters 0.
+    // Open choice: the C99 size prefixes (ll, hh, j, z, t, q, L) are read too, and "E", "a"
+    // and "A" take their double without counting it, so that later arguments are read at the
+    // right place on both targets.
     static int FormatEstimate(const char* fmt, va_list args);
 
 private:
