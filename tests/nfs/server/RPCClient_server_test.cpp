@@ -9,6 +9,7 @@
 #include "kxLogCapture.h"
 #include "kxNFSSandbox.h"
 #include "nfs/ExportMount.h"
+#include "nfs/NFSBrowse.h"
 #include "nfs/kxNFSErrorMap.h"
 #include "nfs/kxRPCWrappers.h"
 
@@ -129,6 +130,13 @@ TEST_F(FakePeer, ProgramNotRegisteredMakesNoClient) {
     EXPECT_EQ(KX_E_RPC_PROG_UNAVAILABLE, g_RPCErrorMap.TranslateError(rpc_createerr.cf_stat));
 }
 
+// Cancels after a given number of questions.
+struct CancelAfter final : CancelledIf {
+    explicit CancelAfter(int n) : left(n) {}
+    bool Cancelled() override { return --left <= 0; }
+    int left;
+};
+
 // The MOUNT program is served by the fake in a sandbox of its own, apart from the real server.
 int ListThousandsOfExports() {
     auto& sandbox = kxtest::NFSSandbox::Get();
@@ -144,6 +152,13 @@ int ListThousandsOfExports() {
             result = static_cast<int>(mount.Paths().size());
         // Mounting through the fake: a 4-byte handle, unmounted when the object ends.
         if (mount.MountHandle("/export/000007").handleLength != 4) result = -3;
+    }
+    {
+        // A cancelled listing keeps what it read so far and fails the set-up.
+        CancelAfter cancel(10);
+        ExportMount mount(3, &cancel);
+        if (mount.Init(Loopback(), "fake", auth) != KX_E_REFUSED || mount.Paths().size() != 10)
+            result = -4;
     }
     delete auth;
     sandbox.Stop(fake);
