@@ -61,7 +61,7 @@ void RoundTrip(const char* what, xdrproc_t proc, T value) {
     xdr_free(proc, reinterpret_cast<char*>(&back));
 }
 
-char g_fhBytes[64] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17};
+char g_fhBytes[80] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17};
 char g_name[] = "file.txt";
 char g_other[] = "other name";
 char g_target[] = "../link/target";

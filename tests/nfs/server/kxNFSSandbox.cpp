@@ -22,6 +22,12 @@
 #include <fstream>
 #include <thread>
 
+// The RPC library keeps a few bytes when clnt_create fails to find a program (a leak inside
+// the library, in its host-name path only); the address path the client uses is not covered.
+// Suppressions match on the whole stack, which the fast unwinder loses inside the library.
+extern "C" const char* __lsan_default_suppressions() { return "leak:clnt_create_timed\n"; }
+extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
+
 namespace kxtest {
 
 namespace {
