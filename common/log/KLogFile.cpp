@@ -96,7 +96,10 @@ const KLogRec* KLogFile::Numbered(uint32_t offset, uint32_t number) const {
 }
 
 const KLogRec* KLogFile::NewerRec(const KLogRec* rec, uint32_t number) const {
-    if (!IsRecordValid(rec, 0) || rec->GetRecNum() != number) return nullptr;
+    // Nothing is newer than the newest record: after a clear, records left from before it may
+    // carry the very numbers the new ones have reached.
+    if (!IsRecordValid(rec, 0) || rec->GetRecNum() != number || number >= RecordCount())
+        return nullptr;
     const uint32_t offset = OffsetOf(rec);
     const uint64_t bySize = static_cast<uint64_t>(offset) + KLogRecActualSize(rec->GetSize());
     if (bySize < SizeInBytes()) {

@@ -173,6 +173,7 @@ public:
     // Newer: the record after `rec` is the one that follows it by size, or the one at the first
     // record position when writing wrapped there. Both candidates are tried: the tail of the
     // ring may still hold a stale record left from an earlier round, which must not end a walk.
+    // The walk never goes past the record numbered as the header's count (the newest).
     const KLogRec* NewerRec(const KLogRec* rec, uint32_t number) const;
     const KLogRec* OlderRec(const KLogRec* rec, uint32_t number) const;
 

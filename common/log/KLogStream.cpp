@@ -131,7 +131,9 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
             !m_File.ReadFile(&header, sizeof header, &got, nullptr) || got != sizeof header)
             return KX_E_FILE_READ;
         // Appends are native only, so a file of the other byte order is re-created.
-        recreate = header.IsOppositeEndian() || !header.IsValid(resize ? oldKB : sizeKB);
+        // Offsets off the 4-byte grid could never be appended to.
+        recreate = header.IsOppositeEndian() || !header.IsValid(resize ? oldKB : sizeKB) ||
+                   header.NextRecOffset() % 4 != 0 || header.LastRecOffset() % 4 != 0;
     }
 
     if (recreate) {

@@ -206,6 +206,18 @@ TEST(KLogFileTest, ClearLeavesOneClearRecord) {
     EXPECT_EQ(0u, r->GetPrevRecOffset());
     EXPECT_EQ(2u, r->GetFlags());
     EXPECT_EQ(std::vector<uint32_t>{1}, Forward(f)) << "stale records after a clear are not walked";
+
+    // Records left from before a clear that line up with the new ones stay out of the walks.
+    Image same(1);
+    KLogFile* g = same.file();
+    g->WriteStartRec();
+    for (int i = 0; i < 5; ++i) Append(g, 12);
+    ASSERT_EQ(KX_OK, g->ClearRecs());  // "CLER" has the start record's size
+    EXPECT_EQ(std::vector<uint32_t>{1}, Forward(g));
+    Append(g, 12);
+    Append(g, 12);
+    EXPECT_EQ((std::vector<uint32_t>{1, 2, 3}), Forward(g));
+    EXPECT_EQ((std::vector<uint32_t>{3, 2, 1}), Backward(g));
 }
 
 // Reverses a native image into the opposite byte order, the way a writer of the other order
