@@ -220,6 +220,32 @@ TEST(KLogFileTest, ClearLeavesOneClearRecord) {
     EXPECT_EQ((std::vector<uint32_t>{3, 2, 1}), Backward(g));
 }
 
+// A writer killed in the middle of an append leaves its record written but the header only
+// partly updated; the next append completes the header so the numbers stay contiguous.
+TEST(KLogFileTest, AppendAfterAWriterDiedMidwayKeepsTheRunIntact) {
+    for (int stage = 0; stage < 3; ++stage) {
+        Image img(1);
+        KLogFile* f = img.file();
+        for (int i = 0; i < 3; ++i) Append(f, 20);
+        // Replay an append of record 4 up to the stage where its writer died.
+        const uint32_t at = f->NextRecOffset();
+        KLogRec* rec = reinterpret_cast<KLogRec*>(img.bytes() + at);
+        rec->SetSignature(kxLogRecSignature);
+        rec->SetSize(60);
+        rec->SetPrevRecOffset(f->LastRecOffset());
+        rec->Info().SetRecNum(4);
+        rec->Info().SetType(kxLogRecTypeStringA);
+        if (stage >= 1) img.words[5] = 4;   // counted
+        if (stage >= 2) img.words[3] = at;  // pointed at, next offset not advanced
+        Append(f, 20);
+        const std::vector<uint32_t> expected =
+            stage == 0 ? std::vector<uint32_t>{1, 2, 3, 4} : std::vector<uint32_t>{1, 2, 3, 4, 5};
+        EXPECT_EQ(expected, Forward(f)) << "stage " << stage;
+        std::vector<uint32_t> back = Backward(f);
+        EXPECT_EQ(expected, std::vector<uint32_t>(back.rbegin(), back.rend())) << "stage " << stage;
+    }
+}
+
 // Reverses a native image into the opposite byte order, the way a writer of the other order
 // would have stored it: every 32-bit field reversed, the timestamp as one 64-bit value, and
 // the 32-bit words of text and resize payloads.

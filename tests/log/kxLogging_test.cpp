@@ -1,0 +1,112 @@
+// The standard streams at start-up: real processes started with and without the logging
+// environment, and the path helpers.
+#include "log/kxLogging.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <string>
+#include <vector>
+
+#include "kxTestProcess.h"
+#include "log/kxLogRead.h"
+
+namespace {
+
+using kxtest::TempDir;
+
+// Runs the helper's "probe" (one warning "probe text" through the default stream) with env.
+void Probe(const std::vector<std::string>& env) {
+    pid_t pid = kxtest::Spawn({KX_LOG_WRITER_BIN, "probe", "probe text"}, env);
+    auto status = kxtest::WaitFor(pid, std::chrono::seconds(30));
+    ASSERT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0);
+}
+
+bool Exists(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+TEST(KxLoggingTest, ConfiguredProcessLogsStartMessageAndStopIntoNewTree) {
+    TempDir dir;
+    const std::string logs = dir / "a/b/logs";
+    Probe({"KX_LOG_DIR=" + logs + "/", "KX_LOG_SIZE=0x40"});
+    for (const char* name : {"Default.log", "Events.log", "PerfCtrs.log"}) {
+        struct stat st;
+        ASSERT_EQ(0, stat((logs + "/" + name).c_str(), &st)) << name;
+        EXPECT_EQ(64 * 1024, st.st_size) << name;
+    }
+    std::vector<KLogEntry> e;
+    ASSERT_EQ(KX_OK, kxLogReadFile((logs + "/Default.log").c_str(), e));
+    ASSERT_EQ(4u, e.size());
+    EXPECT_EQ(kxLogRecTypeStart, e[0].info.GetType());
+    EXPECT_EQ("logging starting", e[1].text);
+    EXPECT_EQ("probe text", e[2].text);
+    EXPECT_EQ("logging stopping", e[3].text);
+    for (int i : {1, 3}) {
+        EXPECT_EQ(KX_S_LOG_MODULE_INFO, e[i].status);
+        EXPECT_EQ(1u, e[i].severity);
+        EXPECT_EQ(2u, e[i].info.GetFlags());
+    }
+    EXPECT_EQ(2u, e[2].severity);
+    EXPECT_EQ(e[1].info.GetProcessId(), e[2].info.GetProcessId());
+    std::vector<KLogEntry> events;
+    ASSERT_EQ(KX_OK, kxLogReadFile((logs + "/Events.log").c_str(), events));
+    EXPECT_EQ(1u, events.size()) << "only the start record";
+
+    // A second run appends to the same files.
+    Probe({"KX_LOG_DIR=" + logs, "KX_LOG_SIZE=64"});
+    e.clear();
+    ASSERT_EQ(KX_OK, kxLogReadFile((logs + "/Default.log").c_str(), e));
+    EXPECT_EQ(7u, e.size());
+}
+
+TEST(KxLoggingTest, WithoutSizeOrDirectoryNothingIsOpened) {
+    TempDir dir;
+    Probe({"KX_LOG_DIR=" + (dir / "nosize")});
+    EXPECT_TRUE(Exists(dir / "nosize")) << "the directory is made";
+    EXPECT_FALSE(Exists(dir / "nosize/Default.log")) << "but no stream without a size";
+    Probe({"KX_LOG_SIZE=64", "HOME=" + dir.path()});
+    EXPECT_FALSE(Exists(dir / "Default.log"));
+    // A relative directory is placed under the public data path, which is that same variable:
+    // the result is still relative and nothing is opened.
+    Probe({"KX_LOG_DIR=rel", "KX_LOG_SIZE=64"});
+    EXPECT_FALSE(Exists("rel"));
+}
+
+TEST(KxLoggingTest, PathHelpers) {
+    EXPECT_TRUE(kxLogIsRelativePath(nullptr));
+    EXPECT_TRUE(kxLogIsRelativePath(""));
+    EXPECT_TRUE(kxLogIsRelativePath("logs"));
+    EXPECT_FALSE(kxLogIsRelativePath("/logs"));
+    EXPECT_FALSE(kxLogIsRelativePath("C:\\logs"));
+    EXPECT_TRUE(kxLogIsRelativePath("C:logs"));
+
+    TempDir dir;
+    bool exists = true;
+    unsigned long attrs = 0;
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxLogPathExists(nullptr, exists, &attrs));
+    EXPECT_EQ(KX_OK, kxLogPathExists((dir / "none").c_str(), exists, &attrs));
+    EXPECT_FALSE(exists);
+    EXPECT_EQ(KX_OK, kxLogPathExists(dir.path().c_str(), exists, &attrs));
+    EXPECT_TRUE(exists);
+    EXPECT_EQ(FILE_ATTRIBUTE_DIRECTORY, attrs);
+
+    EXPECT_EQ(KX_OK, kxLogCreateDirectoryTree((dir / "x/y/z/").c_str(), nullptr));
+    EXPECT_TRUE(Exists(dir / "x/y/z"));
+    EXPECT_EQ(KX_OK, kxLogCreateDirectoryTree((dir / "x/y").c_str(), nullptr)) << "already there";
+    EXPECT_EQ(KX_OK, kxLogCreateDirectoryTree("", nullptr));
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxLogCreateDirectoryTree(nullptr, nullptr));
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxLogCreateDirectoryTree(std::string(261, 'a').c_str(), nullptr));
+    { FILE* f = fopen((dir / "file").c_str(), "w"); fclose(f); }
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxLogCreateDirectoryTree((dir / "file").c_str(), nullptr));
+    EXPECT_NE(KX_OK, kxLogCreateDirectoryTree((dir / "file/sub").c_str(), nullptr));
+
+    char small[2];
+    unsigned long size = sizeof small;
+    const long status = kxLogGetPublicDataPath(small, size);
+    EXPECT_TRUE(status == KX_E_LOG_BUFFER || status == KX_E_LOG_NO_DATA_PATH) << std::hex << status;
+}
+
+}  // namespace
