@@ -110,9 +110,9 @@ TEST(KFileUnixTest, PositionsSizesAndTimes) {
     EXPECT_EQ(0xFFFFFFFFul, f.SetFilePointer(0, nullptr, 3));
 
     // Sizes past 4 GiB: only the low 32 bits are reported, the high part always 0.
-    const int fd = open((dir / "p").c_str(), O_WRONLY);
-    ASSERT_EQ(0, ftruncate(fd, 5LL << 30));
-    close(fd);
+    const int raw = open((dir / "p").c_str(), O_WRONLY);
+    ASSERT_EQ(0, ftruncate(raw, 5LL << 30));
+    close(raw);
     unsigned long sizeHigh = 7;
     EXPECT_EQ(1ul << 30, f.GetFileSize(&sizeHigh));
     EXPECT_EQ(0u, sizeHigh);
