@@ -1,0 +1,211 @@
+// Append throughput of the log stream against peer loggers writing the same 60-byte formatted
+// message, in one process and in four processes that open the file independently; and what the
+// two locks of an append cost.
+//
+//   KxLog/procs:N/flush:F  kxLogPrintfA into a shared 64 MB ring file (named mutex + file lock),
+//                      the mapping flushed every F appends (16384 as the standard streams do;
+//                      0 never, to show what the periodic synchronous flush costs)
+//   Spdlog/procs:N     spdlog's synchronous basic file sink, the same message (default pattern)
+//   Syslog/procs:N     syslog(3) to a datagram listener on /dev/log (private mount namespace;
+//                      skipped when that cannot be set up)
+//   Lock/...           lock + unlock pairs: named mutex alone, file lock alone, both
+//
+// Throughput is items_per_second (records per second over all processes, wall time).
+#include <benchmark/benchmark.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "log/KLogStream.h"
+#include "log/kxLog.h"
+#include "platform/KFileUnix.h"
+#include "platform/KMutex.h"
+
+#if KX_HAVE_SPDLOG
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+#endif
+
+namespace {
+
+constexpr long kPerProcess = 100000;
+// 60 characters once formatted.
+constexpr const char* kFormat = "request %06ld from host-%02ld completed in %4ld us status ok!!";
+
+const std::string& BenchDir() {
+    static const std::string dir = [] {
+        char tmpl[] = "/tmp/kxlog_bench.XXXXXX";
+        const char* made = mkdtemp(tmpl);
+        return std::string(made != nullptr ? made : "/tmp");
+    }();
+    return dir;
+}
+
+// Runs body(count) in n fresh processes at once and waits for all of them.
+void RunProcesses(int n, const std::function<void(long)>& body) {
+    pid_t pids[16];
+    for (int i = 0; i < n; ++i) {
+        pids[i] = fork();
+        if (pids[i] == 0) {
+            body(kPerProcess);
+            _exit(0);
+        }
+    }
+    for (int i = 0; i < n; ++i) waitpid(pids[i], nullptr, 0);
+}
+
+void Report(benchmark::State& state, int procs) {
+    state.SetItemsProcessed(state.iterations() * procs * kPerProcess);
+}
+
+void KxLog(benchmark::State& state) {
+    const int procs = static_cast<int>(state.range(0));
+    const unsigned long flush = static_cast<unsigned long>(state.range(1));
+    const std::string dir = BenchDir();
+    unlink((dir + "/kx.log").c_str());
+    for (auto _ : state) {
+        RunProcesses(procs, [&](long count) {
+            // Opened after the fork: the processes share nothing but the file.
+            KLogStream stream(dir.c_str(), "kx.log", 65536, flush, true);
+            if (!stream.IsLive()) _exit(2);
+            g_pKLogStreamDefault = &stream;
+            for (long i = 0; i < count; ++i) kxLogPrintfA(0, kxLogSevProgress, kFormat, i, i % 100, i % 10000);
+            g_pKLogStreamDefault = nullptr;
+        });
+    }
+    Report(state, procs);
+}
+
+#if KX_HAVE_SPDLOG
+void Spdlog(benchmark::State& state) {
+    const int procs = static_cast<int>(state.range(0));
+    const std::string path = BenchDir() + "/spd.log";
+    unlink(path.c_str());
+    for (auto _ : state) {
+        RunProcesses(procs, [&](long count) {
+            auto logger = spdlog::basic_logger_mt("bench", path);
+            for (long i = 0; i < count; ++i)
+                logger->info("request {:06d} from host-{:02d} completed in {:4d} us status ok!!", i,
+                             i % 100, i % 10000);
+            logger->flush();
+            spdlog::shutdown();
+        });
+    }
+    Report(state, procs);
+}
+#endif
+
+// A datagram listener on /dev/log inside a private mount namespace, so that syslog(3) has a
+// local reader without touching the machine's own logging.
+class SyslogListener {
+public:
+    static SyslogListener* Get() {
+        static SyslogListener* listener = Start();
+        return listener;
+    }
+    ~SyslogListener() = delete;
+
+private:
+    static SyslogListener* Start() {
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", "/dev", "tmpfs", 0, "size=1m") != 0)
+            return nullptr;
+        int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        strcpy(addr.sun_path, "/dev/log");
+        if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) return nullptr;
+        int big = 4 << 20;
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &big, sizeof big);
+        auto* l = new SyslogListener;
+        std::thread([fd, l] {
+            char buf[2048];
+            for (;;)
+                if (recv(fd, buf, sizeof buf, 0) > 0) l->received.fetch_add(1, std::memory_order_relaxed);
+        }).detach();
+        return l;
+    }
+    SyslogListener() = default;
+
+public:
+    std::atomic<long> received{0};
+};
+
+void Syslog(benchmark::State& state) {
+    const int procs = static_cast<int>(state.range(0));
+    if (SyslogListener::Get() == nullptr) {
+        state.SkipWithError("needs root for a private mount namespace with its own /dev/log");
+        return;
+    }
+    for (auto _ : state) {
+        RunProcesses(procs, [](long count) {
+            openlog("kxlog_bench", LOG_PID, LOG_DAEMON);
+            for (long i = 0; i < count; ++i) syslog(LOG_INFO, kFormat, i, i % 100, i % 10000);
+            closelog();
+        });
+    }
+    Report(state, procs);
+}
+
+void LockMutexOnly(benchmark::State& state) {
+    KMutex mutex(false);
+    if (mutex.Create("KXLOG_BENCH_MUTEX", false) != KX_OK) state.SkipWithError("no named mutex");
+    for (auto _ : state) {
+        mutex.Lock(500);
+        mutex.Unlock();
+    }
+}
+
+void LockFileOnly(benchmark::State& state) {
+    KFileUnix file;
+    file.CreateFileA((BenchDir() + "/lock").c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                     OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    for (auto _ : state) {
+        file.TryLockFile(true);
+        file.UnlockFile();
+    }
+}
+
+void LockStream(benchmark::State& state) {
+    KLogStream stream(BenchDir().c_str(), "lock.log", 64, 0, true);
+    if (!stream.IsLive()) state.SkipWithError("stream did not open");
+    for (auto _ : state) {
+        stream.LockLogfile(500, 4);
+        stream.UnlockLogfile();
+    }
+}
+
+}  // namespace
+
+// The lock figures first: the syslog set-up hides the shared-memory directory the named mutex
+// lives in.
+BENCHMARK(LockMutexOnly);
+BENCHMARK(LockFileOnly);
+BENCHMARK(LockStream);
+BENCHMARK(KxLog)
+    ->ArgNames({"procs", "flush"})
+    ->Args({1, 16384})
+    ->Args({4, 16384})
+    ->Args({1, 0})
+    ->Args({4, 0})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
+#if KX_HAVE_SPDLOG
+BENCHMARK(Spdlog)->ArgName("procs")->Arg(1)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+#endif
+BENCHMARK(Syslog)->ArgName("procs")->Arg(1)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+
+BENCHMARK_MAIN();
