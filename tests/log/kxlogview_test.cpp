@@ -125,8 +125,27 @@ TEST(KxLogViewTest, QuotesTextsInJsonAndShowsSystemRecords) {
     }
     Result quoted = View(dir, {"-o", "json", "-n", "2", dir / "k.log"});
     ASSERT_EQ(2u, quoted.lines.size());
-    EXPECT_NE(std::string::npos, quoted.lines[0].find(R"("text":"quote \" back \\ tab \u0009 end")"));
+    EXPECT_NE(std::string::npos, quoted.lines[0].find(R"("text":"quote \" back \\ tab \t end")"));
     EXPECT_NE(std::string::npos, quoted.lines[1].find(R"("text":"latin1 \u00e9")"));
+}
+
+TEST(KxLogViewTest, EveryRecordStaysOnOneTerminalLine) {
+    TempDir dir;
+    {
+        KLogStream s(dir.path().c_str(), "t.log", 8, 0, false);
+        s.PrintString("Received SIGCHLD\n", 0, kxLogSevProgress, 0);
+        s.PrintString("two\nlines \x1b[31mred\r\n", 0, kxLogSevProgress, 0);
+    }
+    Result cat = View(dir, {"-o", "cat", dir / "t.log"});
+    EXPECT_EQ((std::vector<std::string>{"Received SIGCHLD", "two\\nlines \\x1B[31mred"}),
+              cat.lines);
+    Result shortForm = View(dir, {dir / "t.log"});
+    ASSERT_EQ(2u, shortForm.lines.size()) << shortForm.out;
+    EXPECT_TRUE(EndsWith(shortForm.lines[1], " two\\nlines \\x1B[31mred"));
+    // JSON keeps the exact text.
+    Result json = View(dir, {"-o", "json", "-n", "1", dir / "t.log"});
+    EXPECT_NE(std::string::npos, json.out.find("two\\nlines \\u001b[31mred\\r\\n"))
+        << json.out;
 }
 
 TEST(KxLogViewTest, UsageErrorsAndUnreadableFiles) {

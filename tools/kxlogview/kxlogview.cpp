@@ -161,6 +161,12 @@ std::string JsonEscape(const std::string& s) {
         if (c == '"' || c == '\\') {
             out += '\\';
             out += ch;
+        } else if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (c == '\t') {
+            out += "\\t";
         } else if (c < 0x20 || c == 0x7F || (!utf8 && c >= 0x80)) {
             snprintf(esc, sizeof esc, "\\u%04x", c);
             out += esc;
@@ -197,10 +203,33 @@ bool Matches(const Options& o, const KLogEntry& e) {
     return true;
 }
 
+// A text as one terminal line: the trailing line ends that many messages carry are dropped, and
+// other control characters are shown escaped, so a record never spans lines nor drives the
+// terminal. The JSON output keeps the exact text.
+std::string DisplayText(const std::string& text) {
+    size_t end = text.size();
+    while (end > 0 && (text[end - 1] == '\n' || text[end - 1] == '\r')) --end;
+    std::string out;
+    out.reserve(end);
+    for (size_t k = 0; k < end; ++k) {
+        const unsigned char c = static_cast<unsigned char>(text[k]);
+        if (c == '\n') {
+            out += "\\n";
+        } else if ((c < 0x20 && c != '\t') || c == 0x7F) {
+            char esc[8];
+            snprintf(esc, sizeof esc, "\\x%02X", c);
+            out += esc;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
 void Print(const Options& o, const KLogEntry& e) {
     const KLogRecInfo& i = e.info;
     if (o.format == Format::Cat) {
-        printf("%s\n", e.isText ? e.text.c_str() : SystemText(e).c_str());
+        printf("%s\n", e.isText ? DisplayText(e.text).c_str() : SystemText(e).c_str());
     } else if (o.format == Format::Json) {
         printf("{\"time\":\"%s\",\"filetime\":%llu,\"pid\":%u,\"tid\":%u,\"num\":%u,"
                "\"type\":\"%s\",\"flags\":%u",
@@ -217,7 +246,7 @@ void Print(const Options& o, const KLogEntry& e) {
     } else if (e.isText) {
         printf("%s %6u %10u #%-6u %-6s 0x%08X %s\n", LocalTime(i.GetTimeStamp()).c_str(),
                i.GetProcessId(), i.GetThreadId(), i.GetRecNum(), SeverityName(e.severity),
-               kxStatusBits(e.status), e.text.c_str());
+               kxStatusBits(e.status), DisplayText(e.text).c_str());
     } else {
         printf("%s %6u %10u #%-6u %s\n", LocalTime(i.GetTimeStamp()).c_str(), i.GetProcessId(),
                i.GetThreadId(), i.GetRecNum(), SystemText(e).c_str());
