@@ -13,7 +13,7 @@
 #include <functional>
 #include <string>
 
-#include "../base/kxLogCapture.h"
+#include "kxLogCapture.h"
 #include "kxTestProcess.h"
 
 namespace kxtest {

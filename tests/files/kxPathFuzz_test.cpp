@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "../base/kxLogCapture.h"
+#include "kxLogCapture.h"
 #include "base/KBuffer.h"
 #include "base/KCString.h"
 #include "files/kxPath.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "../base/kxLogCapture.h"
+#include "kxLogCapture.h"
 #include "base/KBuffer.h"
 #include "base/KCString.h"
 

@@ -62,11 +62,11 @@ TEST(TranslateError, TransportStatusWinsOverProtocolStatus) {
                                               "mountproc3_mnt_3 (status %d, err 0x%8.8X)", ""));
     EXPECT_EQ(KX_E_NLM_FAILED, TranslateError(g_NLMErrorMap, RPC_SUCCESS, nlm_deadlck,
                                               "nlm_lock_3(status %d, err 0x%8.8X)", ""));
-    ASSERT_EQ(5u, log.lines.size());
-    EXPECT_EQ("nfsproc3_lookup_3 (status 2, err 0x00000005)", log.lines[0].text);
-    EXPECT_EQ("nlm_lock_3(status 1, err 0x00000004)", log.lines[1].text);
-    for (const auto& line : log.lines) EXPECT_EQ(kxLogSevWarning, line.sev);
-    EXPECT_EQ(KX_E_RPC_TIMED_OUT, log.lines[0].code);
+    ASSERT_EQ(5u, log.Records().size());
+    EXPECT_EQ("nfsproc3_lookup_3 (status 2, err 0x00000005)", log.Records()[0].text);
+    EXPECT_EQ("nlm_lock_3(status 1, err 0x00000004)", log.Records()[1].text);
+    for (const auto& line : log.Records()) EXPECT_EQ(kxLogSevWarning, line.sev);
+    EXPECT_EQ(KX_E_RPC_TIMED_OUT, log.Records()[0].code);
 }
 
 TEST(TranslateError, BothSuccessfulStillFailsAndLogs) {
@@ -76,9 +76,9 @@ TEST(TranslateError, BothSuccessfulStillFailsAndLogs) {
     // The system-error variant: a successful transport and any error number give 0.
     EXPECT_EQ(0, TranslateError(g_DWORDErrorMap, RPC_SUCCESS, 111ul,
                                 "CreateNFSBrowse failed (system err 0x%8.8x, RPC status %d)", "h"));
-    ASSERT_EQ(2u, log.lines.size());
-    EXPECT_EQ(KX_E_NFS_NO_STATUS, log.lines[0].code);
-    EXPECT_EQ("CreateNFSBrowse failed (system err 0x0000006f, RPC status 0) h", log.lines[1].text);
+    ASSERT_EQ(2u, log.Records().size());
+    EXPECT_EQ(KX_E_NFS_NO_STATUS, log.Records()[0].code);
+    EXPECT_EQ("CreateNFSBrowse failed (system err 0x0000006f, RPC status 0) h", log.Records()[1].text);
 }
 
 TEST(TranslateError, DetailFollowsAfterOneBlankAndKeepsPercent) {
@@ -86,10 +86,10 @@ TEST(TranslateError, DetailFollowsAfterOneBlankAndKeepsPercent) {
     const std::string format = "nfsproc3_lookup_3 (status %d, err 0x%8.8X)";
     TranslateError(g_NFSErrorMap, RPC_SUCCESS, NFS3ERR_STALE, format, "srv:/export/a");
     TranslateError(g_NFSErrorMap, RPC_SUCCESS, NFS3ERR_STALE, format, "srv:/odd/100%s%d%n");
-    ASSERT_EQ(2u, log.lines.size());
-    EXPECT_EQ("nfsproc3_lookup_3 (status 70, err 0x00000000) srv:/export/a", log.lines[0].text);
+    ASSERT_EQ(2u, log.Records().size());
+    EXPECT_EQ("nfsproc3_lookup_3 (status 70, err 0x00000000) srv:/export/a", log.Records()[0].text);
     EXPECT_EQ("nfsproc3_lookup_3 (status 70, err 0x00000000) srv:/odd/100%s%d%n",
-              log.lines[1].text);
+              log.Records()[1].text);
 }
 
 }  // namespace

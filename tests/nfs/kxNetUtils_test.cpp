@@ -21,7 +21,7 @@ TEST(kxNetUtils, DottedAddressSkipsLeadingSlashesAndResolver) {
     std::vector<unsigned long> v{42};
     ASSERT_EQ(KX_OK, kxNetUtils::GetHostIPAddresses("10.1.2.3", v));
     EXPECT_EQ((std::vector<unsigned long>{42, Dotted("10.1.2.3")}), v);
-    EXPECT_TRUE(log.lines.empty());
+    EXPECT_TRUE(log.Records().empty());
 }
 
 TEST(kxNetUtils, HostNameResolvesToLoopback) {
@@ -39,7 +39,7 @@ TEST(kxNetUtils, EmptyOrNullHostIsBadArgumentAndSilent) {
     EXPECT_EQ(KX_E_BAD_ARGUMENT, kxNetUtils::GetHostIPAddress("", a));
     EXPECT_EQ(99u, a);
     EXPECT_TRUE(v.empty());
-    EXPECT_TRUE(log.lines.empty());
+    EXPECT_TRUE(log.Records().empty());
 }
 
 TEST(kxNetUtils, UnknownHostIsLoggedWithNameAfterSlashes) {
@@ -47,12 +47,12 @@ TEST(kxNetUtils, UnknownHostIsLoggedWithNameAfterSlashes) {
     unsigned long a = 99;
     EXPECT_EQ(KX_E_HOST_NOT_FOUND, kxNetUtils::GetHostIPAddress("//no-such-host.invalid", a));
     EXPECT_EQ(99u, a);
-    ASSERT_EQ(1u, log.lines.size());
-    EXPECT_EQ(KX_E_HOST_NOT_FOUND, log.lines[0].code);
-    EXPECT_EQ(4u, log.lines[0].sev);
-    EXPECT_EQ(0u, log.lines[0].text.rfind("kxNetUtils::GetHostIPAddress: error ", 0));
+    ASSERT_EQ(1u, log.Records().size());
+    EXPECT_EQ(KX_E_HOST_NOT_FOUND, log.Records()[0].code);
+    EXPECT_EQ(4u, log.Records()[0].sev);
+    EXPECT_EQ(0u, log.Records()[0].text.rfind("kxNetUtils::GetHostIPAddress: error ", 0));
     EXPECT_NE(std::string::npos,
-              log.lines[0].text.find(" getting IP address for 'no-such-host.invalid'"));
+              log.Records()[0].text.find(" getting IP address for 'no-such-host.invalid'"));
 }
 
 TEST(kxNetUtils, MalformedDottedNameKeepsMarkerThenAsksResolver) {
@@ -61,7 +61,7 @@ TEST(kxNetUtils, MalformedDottedNameKeepsMarkerThenAsksResolver) {
     EXPECT_EQ(KX_E_HOST_NOT_FOUND, kxNetUtils::GetHostIPAddresses("1.2.3.999", v));
     ASSERT_EQ(1u, v.size());
     EXPECT_EQ(0xFFFFFFFFul, v[0]);
-    EXPECT_EQ(1u, log.lines.size());
+    EXPECT_EQ(1u, log.Records().size());
 }
 
 TEST(kxNetUtils, WinsockHelperOnlyRecordsStart) {

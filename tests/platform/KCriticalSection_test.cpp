@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "../base/kxLogCapture.h"
+#include "kxLogCapture.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <fstream>
 #include <string>
 
-#include "../base/kxLogCapture.h"
+#include "kxLogCapture.h"
 #include "kxTestProcess.h"
 #include "platform/KFileNameCache.h"
 #include "platform/KFileUnix.h"

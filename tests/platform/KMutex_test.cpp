@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "../base/kxLogCapture.h"
+#include "kxLogCapture.h"
 #include "kxTestProcess.h"
 #include "platform/kxPlatformCalls.h"
 #include "platform/kxWin32.h"

@@ -151,9 +151,9 @@ int CreateWithoutServer() {
     unsigned long address = 0;
     kxNetUtils::GetHostIPAddress("127.0.0.1", address);
     const long rc = CreateNFSBrowse(b, address, 0, kGroups, nullptr, eUseTCP, "");
-    if (b != nullptr || log.lines.size() != 1 ||
-        log.lines[0].text.find("CreateNFSBrowse failed (system err 0x") != 0 ||
-        log.lines[0].text.find(", RPC status 15) 127.0.0.1") == std::string::npos)
+    if (b != nullptr || log.Records().size() != 1 ||
+        log.Records()[0].text.find("CreateNFSBrowse failed (system err 0x") != 0 ||
+        log.Records()[0].text.find(", RPC status 15) 127.0.0.1") == std::string::npos)
         return 1;
     return static_cast<int>(rc);
 }

@@ -116,8 +116,8 @@ TEST_F(FakePeer, SilentPeerTimesOut) {
     kxtest::LogCapture log;
     EXPECT_EQ(KX_E_RPC_TIMED_OUT, TranslateError(g_NFSErrorMap, rpc, NFS3ERR_NOENT,
                                                   "probe (status %d, err 0x%8.8X)", "h:/p"));
-    ASSERT_EQ(1u, log.lines.size());
-    EXPECT_EQ("probe (status 2, err 0x00000005) h:/p", log.lines[0].text);
+    ASSERT_EQ(1u, log.Records().size());
+    EXPECT_EQ("probe (status 2, err 0x00000005) h:/p", log.Records()[0].text);
 }
 
 TEST_F(FakePeer, ProgramNotRegisteredMakesNoClient) {

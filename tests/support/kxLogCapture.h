@@ -37,6 +37,13 @@ public:
         return 0;
     }
 
+    long PrintString(const char* text, long code, kxLogSev sev, unsigned long) override {
+        if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
+        std::lock_guard<std::mutex> hold(mutex_);
+        records_.push_back({code, sev, text ? text : ""});
+        return 0;
+    }
+
     std::vector<LoggedRecord> Records() const {
         std::lock_guard<std::mutex> hold(mutex_);
         return records_;
