@@ -4,12 +4,13 @@
 //   time per start.
 // BM_RestartCycle/bare: the baseline, a plain fork/execv/waitpid loop over the same child.
 // BM_Idle: while the child runs, the watcher's voluntary context switches over 5 seconds (goal:
-//   none) and its private dirty memory in kB.
+//   none) and its private dirty memory in kB, without and with logging configured.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -69,7 +70,14 @@ long StatusField(pid_t pid, const std::string& key, const std::string& file) {
     return -1;
 }
 
+// Argument 1: with logging configured (three 1 MB log files in a temporary directory).
 void BM_Idle(benchmark::State& state) {
+    char dir[] = "/tmp/kxbench.XXXXXX";
+    if (state.range(0) == 1) {
+        if (mkdtemp(dir) == nullptr) state.SkipWithError("mkdtemp failed");
+        setenv("KX_LOG_DIR", dir, 1);
+        setenv("KX_LOG_SIZE", "1024", 1);
+    }
     for (auto _ : state) {
         const pid_t w = SpawnV({KX_WATCHER_BIN, "-f", "/bin/sleep", "30"});
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -83,12 +91,18 @@ void BM_Idle(benchmark::State& state) {
         kill(w, SIGTERM);
         WaitStatus(w);
     }
+    if (state.range(0) == 1) {
+        unsetenv("KX_LOG_DIR");
+        unsetenv("KX_LOG_SIZE");
+        const std::string rm = std::string("rm -rf ") + dir;
+        if (system(rm.c_str()) != 0) state.SkipWithError("clean-up failed");
+    }
 }
 
 }  // namespace
 
 BENCHMARK(BM_RestartCycleWatcher)->Name("BM_RestartCycle/watcher")->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RestartCycleBare)->Name("BM_RestartCycle/bare")->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Idle)->Iterations(1)->Unit(benchmark::kSecond);
+BENCHMARK(BM_Idle)->ArgName("logging")->Arg(0)->Arg(1)->Iterations(1)->Unit(benchmark::kSecond);
 
 BENCHMARK_MAIN();
