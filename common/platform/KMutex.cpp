@@ -298,7 +298,9 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
     }
 
     const bool forever = timeoutMs == kInfinite;
-    const timespec deadline = forever ? timespec{} : AddNs(Now(), static_cast<long long>(timeoutMs) * 1000000LL);
+    // The clock is read only once a wait is needed: the free mutex is the common case.
+    timespec deadline{};
+    bool haveDeadline = forever;
     const pthread_t self = pthread_self();
     const pid_t process = CurrentPid();
     enum { kNoCheck, kQuickCheck, kThoroughCheck } check = kQuickCheck;
@@ -316,7 +318,12 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
                 break;
             } else {
                 check = kNoCheck;
-                timespec until = AddNs(Now(), kOwnerCheckNs);
+                const timespec now = Now();
+                if (!haveDeadline) {
+                    deadline = AddNs(now, static_cast<long long>(timeoutMs) * 1000000LL);
+                    haveDeadline = true;
+                }
+                timespec until = AddNs(now, kOwnerCheckNs);
                 if (!forever && Before(deadline, until)) until = deadline;
                 rc = pthread_cond_timedwait(&block->cond, &block->mutex, &until);
                 if (rc == 0) continue;
