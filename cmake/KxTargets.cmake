@@ -16,6 +16,9 @@ function(kx_library name)
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/common>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kx>)
   target_link_libraries(${name} ${scope} $<BUILD_INTERFACE:kx_options>)
+  # Programs built against the installed headers must see the same large-file types.
+  target_compile_definitions(${name} ${scope}
+    $<INSTALL_INTERFACE:_GNU_SOURCE;_FILE_OFFSET_BITS=64;_LARGEFILE64_SOURCE>)
   file(GLOB hdrs CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
   get_filename_component(folder ${CMAKE_CURRENT_SOURCE_DIR} NAME)
   install(FILES ${hdrs} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kx/${folder})
