@@ -55,25 +55,33 @@ void kxLogDecodeEntry(const KLogRecInfo& info, const void* payload, size_t size,
     }
 }
 
+bool kxLogReadEntry(const KLogStream& stream, const KLogStream::iterator& it,
+                    std::vector<uint8_t>& buf, KLogEntry& out) {
+    if (buf.size() < 64) buf.resize(4096);
+    KLogRecInfo info;
+    unsigned long size = static_cast<unsigned long>(buf.size());
+    long status = it.GetRecData(buf.data(), &size, &info);
+    if (status == KX_E_BAD_ARGUMENT) {
+        buf.resize(size);
+        status = it.GetRecData(buf.data(), &size, &info);
+    }
+    if (status != KX_OK) return false;
+    out = KLogEntry();
+    out.offset = it.RecOffset();
+    kxLogDecodeEntry(info, buf.data(), size, stream.IsOppositeEndian(), out);
+    return true;
+}
+
 long kxLogReadFile(const char* path, std::vector<KLogEntry>& out) {
     KLogStream stream(path);
     if (!stream.IsLive()) {
         const long status = stream.GetOpenStatus();
         return status != KX_OK ? status : KX_E_LOG_NO_STREAM;
     }
-    std::vector<uint8_t> buf(4096);
+    std::vector<uint8_t> buf;
+    KLogEntry entry;
     for (KLogStream::iterator it = stream.rbegin(); !it.IsEnd(); it.NextRec()) {
-        KLogRecInfo info;
-        unsigned long size = static_cast<unsigned long>(buf.size());
-        long status = it.GetRecData(buf.data(), &size, &info);
-        if (status == KX_E_BAD_ARGUMENT) {
-            buf.resize(size);
-            status = it.GetRecData(buf.data(), &size, &info);
-        }
-        if (status != KX_OK) break;
-        KLogEntry entry;
-        entry.offset = it.RecOffset();
-        kxLogDecodeEntry(info, buf.data(), size, stream.IsOppositeEndian(), entry);
+        if (!kxLogReadEntry(stream, it, buf, entry)) break;
         out.push_back(std::move(entry));
     }
     return KX_OK;

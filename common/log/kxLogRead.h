@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "log/KLogFile.h"
+#include "log/KLogStream.h"
 
 // One record, decoded into native values.
 struct KLogEntry {
@@ -28,6 +29,12 @@ struct KLogEntry {
 // of the other byte order. A text payload shorter than its 8-byte prefix decodes as empty text.
 void kxLogDecodeEntry(const KLogRecInfo& info, const void* payload, size_t size, bool opposite,
                       KLogEntry& out);
+
+// Reads and decodes the record under `it` into `out`, growing `buf` (the caller's scratch buffer,
+// reused across calls) as the record needs. False when the record was overwritten meanwhile or
+// cannot be read; `out` is then unspecified.
+bool kxLogReadEntry(const KLogStream& stream, const KLogStream::iterator& it,
+                    std::vector<uint8_t>& buf, KLogEntry& out);
 
 // Appends every record of the log file at `path` to `out`, oldest first, as the walks find them.
 // 0; or the read-only stream's open status (KX_E_LOG_NO_STREAM for a file that is not a log

@@ -253,22 +253,6 @@ void Print(const Options& o, const KLogEntry& e) {
     }
 }
 
-// Reads the record under the iterator. False when it was overwritten or cannot be read.
-bool Read(const KLogStream& s, const KLogStream::iterator& it, std::vector<uint8_t>& buf,
-          KLogEntry& e) {
-    KLogRecInfo info;
-    unsigned long size = static_cast<unsigned long>(buf.size());
-    long status = it.GetRecData(buf.data(), &size, &info);
-    if (status == KX_E_BAD_ARGUMENT) {
-        buf.resize(size);
-        status = it.GetRecData(buf.data(), &size, &info);
-    }
-    if (status != KX_OK) return false;
-    e = KLogEntry();
-    e.offset = it.RecOffset();
-    kxLogDecodeEntry(info, buf.data(), size, s.IsOppositeEndian(), e);
-    return true;
-}
 
 const char* StatusText(long status) {
     switch (kxStatusBits(status)) {
@@ -314,7 +298,7 @@ int PrintAll(const Options& o, const KLogStream& s, uint32_t* newestSeen,
     bool any = false;
     for (; !it.IsEnd(); o.reverse ? it.PrevRec() : it.NextRec()) {
         KLogEntry e;
-        if (!Read(s, it, buf, e)) break;
+        if (!kxLogReadEntry(s, it, buf, e)) break;
         lastGood = it;
         lastNum = e.info.GetRecNum();
         any = true;
@@ -406,7 +390,7 @@ int Follow(const Options& o, std::unique_ptr<KLogStream>& s, uint32_t newestSeen
         }
         for (; !it.IsEnd() && !g_stop; it.NextRec()) {
             KLogEntry e;
-            if (!Read(*s, it, buf, e)) break;
+            if (!kxLogReadEntry(*s, it, buf, e)) break;
             pos = it;
             newestSeen = e.info.GetRecNum();
             if (Matches(o, e)) Print(o, e);
