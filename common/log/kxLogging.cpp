@@ -19,7 +19,9 @@ unsigned long g_KLogStreamDefaultSize = 0;
 unsigned long g_KLogStreamEventsSize = 0;
 unsigned long g_KLogStreamPerfCtrsSize = 0;
 bool g_LoggingInitialized = false;
-bool g_bLoggingDoAutoInit = true;
+// Weak, so that a program can replace it with its own constant-initialised definition; see the
+// declaration.
+__attribute__((weak)) bool g_bLoggingDoAutoInit = true;
 uint32_t g_CurrentProcessId = 0;
 HINSTANCE g_hInstance = nullptr;
 

@@ -42,6 +42,11 @@ extern unsigned long g_KLogStreamDefaultSize;
 extern unsigned long g_KLogStreamEventsSize;
 extern unsigned long g_KLogStreamPerfCtrsSize;
 extern bool g_LoggingInitialized;
+// True: logging starts by itself while static objects are built. A program that must not write
+// to the standard log files even when KX_LOG_DIR is set (a log reader, say) defines its own
+//     bool g_bLoggingDoAutoInit = false;
+// at namespace scope; that definition replaces the library's, and being a constant it is in
+// place before any static object runs.
 extern bool g_bLoggingDoAutoInit;
 extern uint32_t g_CurrentProcessId;
 extern HINSTANCE g_hInstance;

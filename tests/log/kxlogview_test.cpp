@@ -148,6 +148,22 @@ TEST(KxLogViewTest, EveryRecordStaysOnOneTerminalLine) {
         << json.out;
 }
 
+TEST(KxLogViewTest, NeverWritesEvenWithLoggingConfigured) {
+    TempDir dir;
+    const std::string log = MakeLog(dir, "Default.log", 16, 3);
+    const std::string before = kxtest::ReadFile(log);
+    // The viewer links the library; its start-up must not open the standard streams.
+    setenv("KX_LOG_DIR", dir.path().c_str(), 1);
+    setenv("KX_LOG_SIZE", "16", 1);
+    Result r = View(dir, {"-o", "cat", log});
+    unsetenv("KX_LOG_DIR");
+    unsetenv("KX_LOG_SIZE");
+    EXPECT_EQ(0, r.exit) << r.err;
+    EXPECT_EQ(4u, r.lines.size());  // the start record and the three texts
+    EXPECT_EQ(before, kxtest::ReadFile(log));
+    EXPECT_FALSE(std::ifstream(dir / "Events.log").good());
+}
+
 TEST(KxLogViewTest, UsageErrorsAndUnreadableFiles) {
     TempDir dir;
     const std::string log = MakeLog(dir, "u.log", 8, 3);

@@ -18,6 +18,7 @@
 
 #include "log/KLogStream.h"
 #include "log/kxLogRead.h"
+#include "log/kxLogging.h"
 
 namespace {
 
@@ -401,6 +402,10 @@ int Follow(const Options& o, std::unique_ptr<KLogStream>& s, uint32_t newestSeen
 }
 
 }  // namespace
+
+// The viewer never writes: not even its own "logging starting" into the files it may be showing
+// when the user's environment configures logging.
+bool g_bLoggingDoAutoInit = false;
 
 int main(int argc, char** argv) {
     Options o;
