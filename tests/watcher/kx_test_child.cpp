@@ -7,7 +7,8 @@
 //   exitN   exit with status N
 //   sigN    kill itself with signal N
 //   wait    record SIGINT/SIGHUP as lines "INT"/"HUP" in DIR/signals and wait; SIGTERM kills
-//   info    write facts about itself and its parent to DIR/info, then behave as "wait"
+//   info    write facts about itself and its parent (working directory, session, blocked
+//           signals, inherited log-file descriptors) to DIR/info, then behave as "wait"
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -43,6 +44,20 @@ int CountLines(const std::string& path) {
     return n;
 }
 
+// How many of this process's descriptors lead to a file whose name ends in ".log".
+int OpenLogFiles() {
+    int n = 0;
+    for (int fd = 0; fd < 1024; ++fd) {
+        char target[4096];
+        const std::string link = "/proc/self/fd/" + std::to_string(fd);
+        const ssize_t len = readlink(link.c_str(), target, sizeof target - 1);
+        if (len < 4) continue;
+        target[len] = '\0';
+        if (strcmp(target + len - 4, ".log") == 0) ++n;
+    }
+    return n;
+}
+
 std::string BlockedMask() {
     std::ifstream in("/proc/self/status");
     for (std::string line; std::getline(in, line);)
@@ -60,7 +75,8 @@ void WriteInfo() {
     out << "parent " << parent << "\n"
         << "parent_cwd " << cwd << "\n"
         << "parent_is_session_leader " << (getsid(parent) == parent ? 1 : 0) << "\n"
-        << "blocked " << BlockedMask() << "\n";
+        << "blocked " << BlockedMask() << "\n"
+        << "open_log_files " << OpenLogFiles() << "\n";
     // Written under a temporary name and renamed, so the test never reads half a file.
     const std::string tmp = g_dir + "/info.tmp";
     std::ofstream(tmp) << out.str();

@@ -189,3 +189,10 @@ TEST_F(WatcherLog, DaemonizingAndExecFailure) {
         },
         {{'P', parent}, {'D', daemon}, {'C', child}}, /*globalOrder=*/false);
 }
+
+TEST_F(WatcherLog, WatchedProgramInheritsNoLogFileDescriptor) {
+    run_.Start({"-f"}, "info", Env());
+    ASSERT_TRUE(kxtest::Eventually([&] { return run_.Ready(1); }));
+    const std::string info = kxtest::ReadFile(run_.dir() / "info");
+    EXPECT_NE(info.find("open_log_files 0\n"), std::string::npos) << info;
+}
