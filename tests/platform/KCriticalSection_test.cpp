@@ -1,6 +1,7 @@
 #include "platform/KCriticalSection.h"
 
 #include <gtest/gtest.h>
+#include "kxScopedRestore.h"
 
 #include <atomic>
 #include <cerrno>
@@ -27,16 +28,6 @@ void DoLock(const KCriticalSection& cs) { cs.Lock(); }
 void DoUnlock(const KCriticalSection& cs) { cs.Unlock(); }
 
 // Replaces the pthread calls for one test and puts the real ones back afterwards.
-class CallsOverride {
-public:
-    CallsOverride() : saved_(g_kxCriticalSectionCalls) {}
-    ~CallsOverride() { g_kxCriticalSectionCalls = saved_; }
-    KCriticalSectionCalls& calls() { return g_kxCriticalSectionCalls; }
-
-private:
-    KCriticalSectionCalls saved_;
-};
-
 TEST(KCriticalSection, RecursiveLockingReleasesForOtherThreadsOnlyAfterLastUnlock) {
     KCriticalSection cs;
     ASSERT_TRUE(cs.IsValid());
@@ -100,11 +91,11 @@ TEST(KCriticalSection, NeverConstructedObjectIsRefusedWithoutLogging) {
 
 TEST(KCriticalSection, FailedConstructionLeavesObjectInvalid) {
     for (int step = 0; step < 3; ++step) {
-        CallsOverride o;
-        if (step == 0) o.calls().attrInit = [](pthread_mutexattr_t*) { return ENOMEM; };
-        if (step == 1) o.calls().attrSetType = [](pthread_mutexattr_t*, int) { return EINVAL; };
+        kxtest::ScopedRestore<KCriticalSectionCalls> o(g_kxCriticalSectionCalls);
+        if (step == 0) (*o).attrInit = [](pthread_mutexattr_t*) { return ENOMEM; };
+        if (step == 1) (*o).attrSetType = [](pthread_mutexattr_t*, int) { return EINVAL; };
         if (step == 2)
-            o.calls().mutexInit = [](pthread_mutex_t*, const pthread_mutexattr_t*) {
+            (*o).mutexInit = [](pthread_mutex_t*, const pthread_mutexattr_t*) {
                 return EAGAIN;
             };
         KCriticalSection cs;
@@ -116,8 +107,8 @@ TEST(KCriticalSection, FailedConstructionLeavesObjectInvalid) {
 TEST(KCriticalSection, LockFailureLogsErrnoNotTheResult) {
     kxtest::LogCapture log;
     KCriticalSection cs;
-    CallsOverride o;
-    o.calls().mutexLock = [](pthread_mutex_t*) {
+    kxtest::ScopedRestore<KCriticalSectionCalls> o(g_kxCriticalSectionCalls);
+    (*o).mutexLock = [](pthread_mutex_t*) {
         errno = 1234;
         return EAGAIN;
     };

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include "kxScopedRestore.h"
 
 #include <atomic>
 #include <cerrno>
@@ -110,17 +111,6 @@ void* RecordingMmap(void* address, size_t length, int prot, int flags, int fd, o
     return p;
 }
 
-class CallsOverride {
-public:
-    CallsOverride() : saved_(g_kxPlatformCalls) {}
-    ~CallsOverride() { g_kxPlatformCalls = saved_; }
-    CallsOverride(const CallsOverride&) = delete;
-    CallsOverride& operator=(const CallsOverride&) = delete;
-
-private:
-    KPlatformCalls saved_;
-};
-
 // A shared-memory object under the name, as another process's creator would leave it: of the
 // given size, with the given signature, and with initialised pthread objects when `init`.
 KMutexShared* MakeForeignBlock(const std::string& name, off_t size, uint32_t signature, bool init) {
@@ -195,7 +185,7 @@ TEST(KMutex, FailuresAreStatusesAndCreateFailuresAreLogged) {
 
     // A failed mapping leaves neither a usable object nor the name behind.
     {
-        CallsOverride restore;
+        kxtest::ScopedRestore<KPlatformCalls> restore(g_kxPlatformCalls);
         g_kxPlatformCalls.mmap = [](void*, size_t, int, int, int, off_t) -> void* {
             errno = ENOMEM;
             return MAP_FAILED;
@@ -379,7 +369,8 @@ TEST(KMutex, OwnerKilledWithSigkillIsTakenOverByTheNextWaiter) {
     KMutex mutex;
     ASSERT_EQ(KX_OK, mutex.Create(name.c_str(), false));
 
-    auto killedOwner = [&](bool reap) {
+    // A child process that holds the mutex until it is killed.
+    auto holdingOwner = [&] {
         Gate held;
         const pid_t owner = Fork([&]() -> int {
             if (mutex.Lock(KMutex::kInfinite) != KX_OK) return 1;
@@ -387,6 +378,10 @@ TEST(KMutex, OwnerKilledWithSigkillIsTakenOverByTheNextWaiter) {
             for (;;) pause();
         });
         held.Wait();
+        return owner;
+    };
+    auto killedOwner = [&](bool reap) {
+        const pid_t owner = holdingOwner();
         kill(owner, SIGKILL);
         if (reap) ExitCode(owner);
         return owner;
@@ -414,13 +409,7 @@ TEST(KMutex, OwnerKilledWithSigkillIsTakenOverByTheNextWaiter) {
     ExitCode(zombie);
 
     // A waiter already blocked for ever when the owner dies wakes up and takes it.
-    Gate held;
-    const pid_t owner = Fork([&]() -> int {
-        if (mutex.Lock(KMutex::kInfinite) != KX_OK) return 1;
-        held.Open();
-        for (;;) pause();
-    });
-    held.Wait();
+    const pid_t owner = holdingOwner();
     std::atomic<long> waited{-1};
     std::atomic<bool> waitedAbandoned{false};
     std::thread waiter([&] {
@@ -440,7 +429,7 @@ TEST(KMutex, OwnerKilledWithSigkillIsTakenOverByTheNextWaiter) {
 }
 
 TEST(KMutex, ProcessKilledHoldingTheBlockLockDoesNotWedgeOthers) {
-    CallsOverride restore;
+    kxtest::ScopedRestore<KPlatformCalls> restore(g_kxPlatformCalls);
     g_kxPlatformCalls.mmap = RecordingMmap;
     g_lastMapping = nullptr;
     const std::string name = UniqueName();

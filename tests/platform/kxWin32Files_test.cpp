@@ -5,6 +5,7 @@
 #include <utime.h>
 
 #include <gtest/gtest.h>
+#include "kxScopedRestore.h"
 
 #include <cerrno>
 #include <fstream>
@@ -30,17 +31,6 @@ mode_t ModeOf(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
 }
-
-class CallsOverride {
-public:
-    CallsOverride() : saved_(g_kxPlatformCalls) {}
-    ~CallsOverride() { g_kxPlatformCalls = saved_; }
-    CallsOverride(const CallsOverride&) = delete;
-    CallsOverride& operator=(const CallsOverride&) = delete;
-
-private:
-    KPlatformCalls saved_;
-};
 
 TEST(kxWin32Files, AttributesOfEachKindOfName) {
     kxtest::TempDir dir;
@@ -137,7 +127,7 @@ TEST(kxWin32Files, CopyMakesAnExactCopyWithTheSourceModeOnlyForNewTargets) {
 TEST(kxWin32Files, CopyFallsBackToBufferedCopyWhenTheMappedCopyFails) {
     kxtest::TempDir dir;
     const std::string from = dir / "from", to = dir / "to";
-    CallsOverride restore;
+    kxtest::ScopedRestore<KPlatformCalls> restore(g_kxPlatformCalls);
     for (size_t size : {size_t{1}, size_t{65535}, size_t{65536}, size_t{2 * 65536}, size_t{2 * 65536 + 1}}) {
         const std::string content = Pattern(size);
         WriteFile(from, content);
