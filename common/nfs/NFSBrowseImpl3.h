@@ -1,8 +1,24 @@
 // NFSBrowseImpl3: the browse interface over NFS version 3. Internal to the NFS client; the
 // factory CreateNFSBrowse is the only way to make one.
+//
+// The operations are spread over one source file per concern:
+//   NFSBrowseImpl3.cpp     export listing
+//   NFSObjectOps3.cpp      object operations (open, lookup, create, remove, rename, links,
+//                          attributes, access)
+//   NFSTransfer3.cpp       data transfer (READ and WRITE in chunks)
+//   NFSDirList3.cpp        directory listing (READDIRPLUS), with NFS3GetNextHandle.h
+// Locking is version-independent and lives with NFSBrowseImplCommon (NFSLock.cpp).
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "nfs/NFSBrowseImplCommon.h"
+
+struct write3args;
+struct write3res;
+struct read3args;
+struct read3res;
 
 namespace kxNFSUtils {
 
@@ -10,18 +26,13 @@ class NFSBrowseImpl3 final : public NFSBrowseImplCommon {
 public:
     using NFSBrowseImplCommon::NFSBrowseImplCommon;
 
+    // Export listing (NFSBrowseImpl3.cpp).
     bool Exports(std::vector<ExportInfo>& list) override;
     void ExportPaths(std::vector<std::string>& list) override;
 
-    // Object operations, data transfer and directory listing are not available yet: each
-    // refuses, with KX_E_REFUSED in the last error (0 bytes, or null, where it answers so).
-    bool Entries(const DirEntry& dir, std::vector<DirEntry>& list) override;
+    // ---- Object operations (NFSObjectOps3.cpp) ----
     DirEntry* Open(const std::string& path, bool create, bool nearest) override;
     bool Lookup(const DirEntry& dir, const std::string& name, DirEntry& entry) override;
-    unsigned long Write(const DirEntry& file, const char* data, long long offset,
-                        unsigned long count) override;
-    unsigned long Read(const DirEntry& file, char* data, long long offset,
-                       unsigned long count) override;
     bool CreateObject(const DirEntry& dir, DirEntry& entry) override;
     bool DeleteObject(const DirEntry& dir, const DirEntry& entry) override;
     bool RenameObject(const DirEntry& dir, DirEntry& entry, const std::string& newName) override;
@@ -29,16 +40,32 @@ public:
     bool CreateSymlink(const DirEntry& dir, DirEntry& entry, const KBuffer& target) override;
     bool Access(const DirEntry& entry, uint32_t& mask) override;
     bool MakeLink(const DirEntry& entry, const DirEntry& dir, const std::string& name) override;
-    NFSGetNextHandle* GetFirstDirEntry(const DirEntry& dir, DirEntry& first) override;
-    bool GetNextDirEntry(NFSGetNextHandle* handle, DirEntry& next) override;
     bool SetAttributes(DirEntry& entry, uint32_t selection) override;
     bool GetAttributes(DirEntry& entry) override;
+    // ---- end of object operations ----
+
+    // ---- Data transfer (NFSTransfer3.cpp) ----
+    unsigned long Write(const DirEntry& file, const char* data, long long offset,
+                        unsigned long count) override;
+    unsigned long Read(const DirEntry& file, char* data, long long offset,
+                       unsigned long count) override;
+    // ---- end of data transfer ----
+
+    // ---- Directory listing (NFSDirList3.cpp) ----
+    bool Entries(const DirEntry& dir, std::vector<DirEntry>& list) override;
+    NFSGetNextHandle* GetFirstDirEntry(const DirEntry& dir, DirEntry& first) override;
+    bool GetNextDirEntry(NFSGetNextHandle* handle, DirEntry& next) override;
+    // ---- end of directory listing ----
 
 private:
-    bool Refuse() {
-        lastError = KX_E_REFUSED;
-        return false;
-    }
+    // ---- Object operations: private helpers ----
+    // ---- end of object operations: private helpers ----
+
+    // ---- Data transfer: private helpers ----
+    // ---- end of data transfer: private helpers ----
+
+    // ---- Directory listing: private helpers ----
+    // ---- end of directory listing: private helpers ----
 };
 
 }  // namespace kxNFSUtils

@@ -82,9 +82,4 @@ bool NFSBrowseImplCommon::FindMountPoint(const std::string& path, ExportInfo& in
     return true;
 }
 
-bool NFSBrowseImplCommon::LockFile(const DirEntry&, bool, bool) {
-    lastError = KX_E_REFUSED;
-    return false;
-}
-
 }  // namespace kxNFSUtils
