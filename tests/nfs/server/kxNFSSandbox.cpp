@@ -180,11 +180,11 @@ bool NFSSandbox::StartNFSServer() {
 }
 
 pid_t NFSSandbox::StartFake(unsigned long program, unsigned long version, const std::string& mode,
-                            int count) {
+                            int count, const std::string& recordPath) {
     int pipeFds[2];
     if (pipe(pipeFds) != 0) return -1;
     const pid_t pid = SpawnChild({ProgramDir() + "/kx_fake_rpc_server", std::to_string(program),
-                                  std::to_string(version), mode, std::to_string(count)},
+                                  std::to_string(version), mode, std::to_string(count), recordPath},
                                  pipeFds[1]);
     close(pipeFds[1]);
     char line[16] = {};

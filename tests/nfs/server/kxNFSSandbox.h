@@ -38,8 +38,10 @@ public:
     const std::string& Failure() const { return m_failure; }
 
     // Starts kx_fake_rpc_server for program/version in mode and waits until it is registered.
+    // count is handed to the mode; with recordPath, every call the peer receives is appended
+    // there (read it back with kxfake::ReadRecord). -1 when the peer did not come up.
     pid_t StartFake(unsigned long program, unsigned long version, const std::string& mode,
-                    int count = 0);
+                    int count = 0, const std::string& recordPath = "");
     // Stops a fake server by pid (SIGTERM, then SIGKILL) and reaps it.
     void Stop(pid_t pid);
 

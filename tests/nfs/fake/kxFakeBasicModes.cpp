@@ -1,0 +1,106 @@
+// Modes every program can use: a minimal MOUNT service, and answers no real server gives.
+//
+//   accept        NULL answers; EXPORT (5) lists Count() exports "/export/NNNNNN"; MNT (1)
+//                 gives a 4-byte handle; UMNT (3) answers; other procedures PROC_UNAVAIL
+//   groups        as accept, but EXPORT lists one export "/export" with Count() groups
+//   progunavail   every call is accepted with status PROG_UNAVAIL
+//   garbage       every call gets 16 bytes that are no RPC reply
+//   shortdenied   every call gets a denied RPC_MISMATCH reply cut off before its last field
+//   silent        calls are read and never answered
+#include <arpa/inet.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "kxFakePeer.h"
+
+namespace {
+
+using kxfake::Call;
+
+// EXPORT's result: `count` nodes named /export/NNNNNN without groups, or one node "/export"
+// with `groups` groups when groups > 0.
+struct ExportList {
+    int count;
+    int groups;
+};
+
+bool_t EncodeExportList(XDR* x, ExportList* list) {
+    char buf[32];
+    bool_t more = TRUE;
+    bool_t none = FALSE;
+    for (int i = 0; i < list->count; ++i) {
+        snprintf(buf, sizeof buf, list->groups > 0 ? "/export" : "/export/%06d", i);
+        char* p = buf;
+        if (!xdr_bool(x, &more) || !xdr_string(x, &p, 1024)) return FALSE;
+        for (int g = 0; g < list->groups; ++g) {
+            snprintf(buf, sizeof buf, "g%d", g);
+            p = buf;
+            if (!xdr_bool(x, &more) || !xdr_string(x, &p, 255)) return FALSE;
+        }
+        if (!xdr_bool(x, &none)) return FALSE;
+    }
+    return xdr_bool(x, &none);
+}
+
+bool_t EncodeMountOk(XDR* x, void*) {
+    int status = 0;
+    char handle[4] = {1, 2, 3, 4};
+    char* h = handle;
+    u_int len = 4;
+    u_int flavours = 1;
+    int flavour = 1;
+    return xdr_int(x, &status) && xdr_bytes(x, &h, &len, 64) && xdr_u_int(x, &flavours) &&
+           xdr_int(x, &flavour);
+}
+
+bool AnswerMount(const Call& call, ExportList list, std::vector<char>& out) {
+    switch (call.procedure) {
+    case 0:
+    case 3:
+        return kxfake::AcceptWith(call, nullptr, nullptr, out);
+    case 1:
+        return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeMountOk), nullptr, out);
+    case 5:
+        return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeExportList), &list,
+                                  out);
+    default:
+        return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+    }
+}
+
+bool Accept(const Call& call, std::vector<char>& out) {
+    return AnswerMount(call, {kxfake::Count(), 0}, out);
+}
+
+bool Groups(const Call& call, std::vector<char>& out) {
+    return AnswerMount(call, {1, kxfake::Count()}, out);
+}
+
+bool ProgUnavail(const Call& call, std::vector<char>& out) {
+    return kxfake::AcceptStatus(call, PROG_UNAVAIL, out);
+}
+
+bool Garbage(const Call&, std::vector<char>& out) {
+    out.assign(16, '\x5a');
+    return true;
+}
+
+// xid, REPLY, MSG_DENIED, RPC_MISMATCH, low version: 20 bytes, the high version missing.
+bool ShortDenied(const Call& call, std::vector<char>& out) {
+    const uint32_t words[] = {htonl(call.xid), htonl(1), htonl(1), htonl(0), htonl(2)};
+    out.assign(reinterpret_cast<const char*>(words),
+               reinterpret_cast<const char*>(words) + sizeof words);
+    return true;
+}
+
+bool Silent(const Call&, std::vector<char>&) { return false; }
+
+}  // namespace
+
+KX_FAKE_MODE("accept", Accept);
+KX_FAKE_MODE("groups", Groups);
+KX_FAKE_MODE("progunavail", ProgUnavail);
+KX_FAKE_MODE("garbage", Garbage);
+KX_FAKE_MODE("shortdenied", ShortDenied);
+KX_FAKE_MODE("silent", Silent);
