@@ -107,8 +107,11 @@ public:
         xdrmem_create(&in, inBuffer, static_cast<u_int>(got), XDR_DECODE);
         const bool decoded = xdr_replymsg(&in, &reply);
         XDR_DESTROY(&in);
+        // The verifier exists only in an accepted reply. In a denied one the same bytes of the
+        // reply union hold what the sender wrote (a version range, an auth status), so freeing
+        // "the verifier" there would free a pointer of the sender's choosing.
         if (!decoded) {
-            FreeVerifier(reply.acpted_rply.ar_verf);
+            if (reply.rm_reply.rp_stat == MSG_ACCEPTED) FreeVerifier(reply.acpted_rply.ar_verf);
             return RPC_CANTDECODERES;
         }
         xid = static_cast<unsigned int>(reply.rm_xid);
@@ -118,7 +121,7 @@ public:
             result = RPC_FAILED;
         else
             AUTH_VALIDATE(m_client->cl_auth, &reply.acpted_rply.ar_verf);
-        // Also on refusal: the verifier of an accepted reply may have been allocated.
+        // Also when the call was refused: an accepted reply's verifier may have been allocated.
         if (reply.rm_reply.rp_stat == MSG_ACCEPTED) FreeVerifier(reply.acpted_rply.ar_verf);
         return result;
     }

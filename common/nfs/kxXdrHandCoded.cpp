@@ -1,48 +1,29 @@
-// The XDR routines that are written by hand rather than generated: the export list, coded in
-// a loop instead of one nested call per export, and the PATHCONF result body, whose four flags
-// are coded in place when the stream can reserve their bytes. The bytes on the wire are those
-// of the published definitions in both cases.
+// The XDR routines that are written by hand rather than generated: the export list and the
+// group lists inside it, coded in a loop instead of one nested call per node, and the PATHCONF
+// result body, whose four flags are coded in place when the stream can reserve their bytes.
+// The bytes on the wire are those of the published definitions in every case.
 #include <rpc/rpc.h>
 
+#include "nfs/kxXdrList.h"
 #include "xdr/mount_prot.h"
 #include "xdr/nfs3_prot.h"
 
 namespace {
 
-// Element routine for xdr_pointer over an export node: the node's fields are coded by the loop
-// in xdr_exports, so xdr_pointer is left with the "another node follows" flag and, when
-// decoding, the zeroed allocation of the node.
-bool_t xdr_dummy(XDR*, exportnode*) { return TRUE; }
+bool_t GroupFields(XDR* xdrs, groupnode* node) { return xdr_name(xdrs, &node->gr_name); }
 
-bool_t ExportLink(XDR* xdrs, exportnode** link) {
-    return xdr_pointer(xdrs, reinterpret_cast<char**>(link), sizeof(exportnode),
-                       reinterpret_cast<xdrproc_t>(xdr_dummy));
+bool_t ExportFields(XDR* xdrs, exportnode* node) {
+    return xdr_dirpath(xdrs, &node->ex_dir) && xdr_groups(xdrs, &node->ex_groups);
 }
 
 }  // namespace
 
+extern "C" bool_t xdr_groups(XDR* xdrs, groups* objp) {
+    return kxNFSUtils::XdrList(xdrs, objp, &groupnode::gr_next, GroupFields);
+}
+
 extern "C" bool_t xdr_exports(XDR* xdrs, exports* objp) {
-    if (xdrs->x_op == XDR_FREE) {
-        exportnode* node = *objp;
-        while (node != nullptr) {
-            exportnode* next = node->ex_next;
-            xdr_dirpath(xdrs, &node->ex_dir);
-            xdr_groups(xdrs, &node->ex_groups);
-            mem_free(node, sizeof *node);
-            node = next;
-        }
-        *objp = nullptr;
-        return TRUE;
-    }
-    exportnode** link = objp;
-    for (;;) {
-        if (!ExportLink(xdrs, link)) return FALSE;
-        exportnode* node = *link;
-        if (node == nullptr) return TRUE;
-        if (!xdr_dirpath(xdrs, &node->ex_dir) || !xdr_groups(xdrs, &node->ex_groups))
-            return FALSE;
-        link = &node->ex_next;
-    }
+    return kxNFSUtils::XdrList(xdrs, objp, &exportnode::ex_next, ExportFields);
 }
 
 extern "C" bool_t xdr_pathconf3resok(XDR* xdrs, pathconf3resok* objp) {

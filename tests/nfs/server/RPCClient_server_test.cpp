@@ -103,6 +103,19 @@ TEST_F(FakePeer, GarbledReplyCannotBeDecoded) {
     EXPECT_EQ(RPC_CANTSEND, tcp->Call(0, kVoid, nullptr, xid));
 }
 
+// Regression: a denied reply cut off inside its version range once made the client free a
+// pointer taken from the sender's bytes (on the 32-bit build a 20-byte datagram crashed it).
+TEST_F(FakePeer, CutDeniedReplyIsRefusedAndFreesNothing) {
+    auto client = Start("shortdenied", RPCClient::PROTOCOL_UDP);
+    ASSERT_TRUE(client);
+    for (int i = 0; i < 3; ++i) {
+        unsigned xid = 0, got = 0;
+        ASSERT_EQ(RPC_SUCCESS, client->Call(0, kVoid, nullptr, xid));
+        ASSERT_TRUE(Readable(client->Socket(), 5000));
+        EXPECT_EQ(RPC_CANTDECODERES, client->RecvReply(kVoid, nullptr, got));
+    }
+}
+
 TEST_F(FakePeer, SilentPeerTimesOut) {
     auto client = Start("silent", RPCClient::PROTOCOL_UDP);
     ASSERT_TRUE(client);
@@ -167,6 +180,30 @@ int ListThousandsOfExports() {
 
 TEST_F(FakePeer, ExportListOfThousands) {
     EXPECT_EQ(20000, kxtest::InFreshSandbox(true, ListThousandsOfExports));
+}
+
+// Regression: one export with 200,000 groups (a 1.2 MB reply) overflowed the stack of every
+// caller of the factory in the group-list decoder.
+int ListExportWithHugeGroupList() {
+    auto& sandbox = kxtest::NFSSandbox::Get();
+    const pid_t fake = sandbox.StartFake(100005, 3, "groups", 200000);
+    if (fake <= 0) return -1;
+    RPCAuth* auth = nullptr;
+    CreateRPCAuth(auth, 0, {0});
+    int result = -2;
+    {
+        ExportMount mount(3, nullptr);
+        if (mount.Init(Loopback(), "fake", auth) == KX_OK && mount.Paths().size() == 1 &&
+            mount.Paths()[0] == "/export")
+            result = 1;
+    }
+    delete auth;
+    sandbox.Stop(fake);
+    return result;
+}
+
+TEST_F(FakePeer, ExportWithHugeGroupList) {
+    EXPECT_EQ(1, kxtest::InFreshSandbox(true, ListExportWithHugeGroupList));
 }
 
 }  // namespace
