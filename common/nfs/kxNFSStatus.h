@@ -9,6 +9,7 @@
 #include "base/kxStatus.h"
 
 // File system (NFS and MOUNT statuses).
+constexpr long KX_E_NFS_NO_NAME = kxStatus(0xE0030201);         // object path has no name part
 constexpr long KX_E_NFS_NO_EXPORT = kxStatus(0xE0030203);       // no export serves the request
 constexpr long KX_E_NFS_FAILED = kxStatus(0xE0030204);          // no finer cause (I/O error, ...)
 constexpr long KX_E_NFS_PERM = kxStatus(0xE0030205);            // operation not permitted
