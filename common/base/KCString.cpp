@@ -95,7 +95,7 @@ void KCString::FreeData(KCStringData* data) {
 }
 
 void KCString::Release(KCStringData* data) {
-    if (data != kxStrUtils::_afxDataNil && kxInterlockedDecrement(&data->refCount) <= 0)
+    if (data != kxStrUtils::_afxDataNil && kxRefDecrement(&data->refCount) <= 0)
         FreeData(data);
 }
 
@@ -195,15 +195,9 @@ void KCString::AllocCopy(KCString& dest, int copyLen, int copyIndex) const {
 
 KCString::KCString() { Init(); }
 
-KCString::KCString(const KCString& src) {
+void KCString::CopyLocked(const KCString& src) {
     Init();
-    KCStringData* data = SharedData(src);
-    if (data->refCount >= 0) {
-        m_pchData = src.m_pchData;
-        kxInterlockedIncrement(&GetData()->refCount);
-    } else {
-        AssignCopy(data->dataLength, src.m_pchData);
-    }
+    AssignCopy(SharedData(src)->dataLength, src.m_pchData);
 }
 
 KCString::KCString(const char* text) {
@@ -235,8 +229,6 @@ KCString::KCString(const wchar_t* text) {
     ReleaseBuffer(r > 0 ? -1 : 0);
 }
 
-KCString::~KCString() { Release(GetData()); }
-
 KCString& KCString::operator=(const KCString& src) {
     if (m_pchData == src.m_pchData) return *this;
     KCStringData* mine = GetData();
@@ -244,7 +236,7 @@ KCString& KCString::operator=(const KCString& src) {
     if ((mine->refCount < 0 && !IsNil()) || theirs->refCount < 0) {
         AssignCopy(theirs->dataLength, src.m_pchData);
     } else {
-        kxInterlockedIncrement(&theirs->refCount);
+        kxRefIncrement(&theirs->refCount);
         Release();
         m_pchData = src.m_pchData;
     }

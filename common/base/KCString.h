@@ -11,14 +11,16 @@
 // block had already been released). Indexes are not checked beyond what each operation states.
 //
 // Thread safety: one KCString object must not be used by two threads at once, but copies of one
-// string may live in different threads: the shared reference count is changed only under the
-// process-wide interlock mutex.
+// string may live in different threads: the shared reference count is changed with atomic
+// read-modify-write operations (base/kxInterlock.h), not under a lock.
 #pragma once
 
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#include "base/kxInterlock.h"
 
 // The header in front of the characters of a string. The characters follow it directly and
 // hold allocLength + 1 bytes, with a zero at index dataLength.
@@ -38,7 +40,9 @@ public:
 
     KCString();
     // Shares the source's block; a locked source (after LockBuffer) is copied instead.
-    KCString(const KCString& src);
+    // Inline (below), as is the destructor: sharing and dropping a block is the string's most
+    // frequent operation, one reference-count change each.
+    inline KCString(const KCString& src);
     // Null or "" gives the empty string.
     KCString(const char* text);
     // Exactly n bytes of text, embedded zeros included; n = 0 gives the empty string.
@@ -47,7 +51,7 @@ public:
     KCString(char ch, int n);
     // Converted with the current locale (wcstombs); null or empty gives the empty string.
     KCString(const wchar_t* text);
-    ~KCString();
+    inline ~KCString();
 
     // Shares the source block unless either side is locked, in which case the text is copied.
     KCString& operator=(const KCString& src);
@@ -188,6 +192,8 @@ private:
     void Swap(KCString& other);
     void Release();
     static void Release(KCStringData* data);
+    // The copy constructor's slow path: a locked source.
+    void CopyLocked(const KCString& src);
     static void FreeData(KCStringData* data);
     void CopyBeforeWrite();
     void AllocBeforeWrite(int n);
@@ -250,3 +256,20 @@ bool AfxIsValidString(const wchar_t* p, int length = -1);
 bool AfxIsValidAddress(const void* p, unsigned bytes, int readWrite = 1);
 
 }  // namespace kxStrUtils
+
+inline KCString::KCString(const KCString& src) {
+    KCStringData* data = SharedData(src);
+    if (data->refCount >= 0) {
+        m_pchData = src.m_pchData;
+        kxRefIncrement(&data->refCount);
+    } else {
+        CopyLocked(src);
+    }
+}
+
+// The sentinel is recognised by its address, a link-time constant.
+inline KCString::~KCString() {
+    KCStringData* data = GetData();
+    if (data != &kxStrUtils::_afxInitData.header && kxRefDecrement(&data->refCount) <= 0)
+        FreeData(data);
+}
