@@ -16,11 +16,14 @@
 #include <string>
 #include <vector>
 
+#include "kxTextEscape.h"
 #include "log/KLogStream.h"
 #include "log/kxLogRead.h"
 #include "log/kxLogging.h"
 
 namespace {
+
+using kxtools::JsonEscape;
 
 constexpr int kExitOk = 0;
 constexpr int kExitDamaged = 1;
@@ -140,44 +143,6 @@ const char* SeverityName(uint32_t sev) {
     return sev < 6 ? kNames[sev] : "SEV?";
 }
 
-bool ValidUtf8(const std::string& s) {
-    for (size_t i = 0; i < s.size();) {
-        const unsigned char c = static_cast<unsigned char>(s[i]);
-        size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
-        if (n == 0 || i + n > s.size()) return false;
-        for (size_t k = 1; k < n; ++k)
-            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
-        i += n;
-    }
-    return true;
-}
-
-// JSON string body; text that is not UTF-8 is read as Latin-1.
-std::string JsonEscape(const std::string& s) {
-    const bool utf8 = ValidUtf8(s);
-    std::string out;
-    for (char ch : s) {
-        const unsigned char c = static_cast<unsigned char>(ch);
-        char esc[8];
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += ch;
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\r') {
-            out += "\\r";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (c < 0x20 || c == 0x7F || (!utf8 && c >= 0x80)) {
-            snprintf(esc, sizeof esc, "\\u%04x", c);
-            out += esc;
-        } else {
-            out += ch;
-        }
-    }
-    return out;
-}
-
 // What a system record says, in words.
 std::string SystemText(const KLogEntry& e) {
     switch (e.info.GetType()) {
@@ -210,21 +175,7 @@ bool Matches(const Options& o, const KLogEntry& e) {
 std::string DisplayText(const std::string& text) {
     size_t end = text.size();
     while (end > 0 && (text[end - 1] == '\n' || text[end - 1] == '\r')) --end;
-    std::string out;
-    out.reserve(end);
-    for (size_t k = 0; k < end; ++k) {
-        const unsigned char c = static_cast<unsigned char>(text[k]);
-        if (c == '\n') {
-            out += "\\n";
-        } else if ((c < 0x20 && c != '\t') || c == 0x7F) {
-            char esc[8];
-            snprintf(esc, sizeof esc, "\\x%02X", c);
-            out += esc;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out;
+    return kxtools::TerminalText(text.substr(0, end), true);
 }
 
 void Print(const Options& o, const KLogEntry& e) {
