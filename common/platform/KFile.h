@@ -4,8 +4,9 @@
 // name is opened as its path part alone).
 //
 // The remote handle lives in the NFS library, which registers its factory with
-// SetRemoteFactory at start-up. Until one is registered, opening a remote name fails with
-// KX_E_REFUSED and one log record; nothing else changes.
+// SetRemoteFactory at start-up (nfs/KFileNFSRegister.cpp; every program linked with the NFS
+// library has it). Without one, opening a remote name fails with KX_E_REFUSED and one log
+// record; nothing else changes.
 //
 // Without an implementation every operation fails quietly: false, 0, null, -1 or
 // KX_E_REFUSED (GetWinFindData also zeroes its record, the size and time getters their
@@ -24,9 +25,11 @@ public:
     // Destroys the implementation, which closes its file.
     ~KFile() override;
 
-    // Makes a remote handle (owned by the caller) for names on other hosts.
+    // Makes a remote handle (owned by the caller) for names on other hosts. Returns the factory
+    // it replaces (null: none), so a caller can put it back. Set it while no other thread
+    // opens files.
     using RemoteFactory = KFileABC* (*)();
-    static void SetRemoteFactory(RemoteFactory factory);
+    static RemoteFactory SetRemoteFactory(RemoteFactory factory);
 
     // Destroys the current implementation, then chooses a new one by the name (see above) and
     // forwards the call with a null template. A remote handle receives the whole name, host

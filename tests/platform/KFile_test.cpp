@@ -253,7 +253,13 @@ TEST(KFileTest, HostNamesRouteLocallyOrToTheRemoteHandle) {
     EXPECT_TRUE(f.ReadFile(buf, 5, &n, nullptr));
     EXPECT_STREQ("local", buf);
 
-    // A documentation address is never this machine; no remote handle exists yet.
+    // A documentation address is never this machine. Without a remote handle registered, its
+    // names are refused (and nothing goes out on the network).
+    struct NoRemoteHandle {
+        KFile::RemoteFactory saved = KFile::SetRemoteFactory(nullptr);
+        ~NoRemoteHandle() { KFile::SetRemoteFactory(saved); }
+    } noRemote;
+    EXPECT_NE(nullptr, noRemote.saved) << "a program using KFile links the NFS remote handle";
     kxtest::LogCapture log;
     EXPECT_EQ(static_cast<unsigned long>(KX_E_REFUSED), Open(f, "192.0.2.7:/export/f", OPEN_EXISTING));
     EXPECT_FALSE(f.IsOpen());

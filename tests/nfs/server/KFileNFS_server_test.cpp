@@ -1,0 +1,562 @@
+// Remote files through KFile against a real NFS server in the test's sandbox: every name is
+// "127.0.0.2:<path>", a loopback address that is not this machine's own, so KFile hands it to
+// the NFS remote handle; results are checked through the local file system under the export.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kxNFSSandbox.h"
+#include "log/KLogStream.h"
+#include "nfs/KFileNFS.h"
+#include "nfs/NFSBrowse.h"
+#include "platform/KFile.h"
+
+namespace {
+
+const std::string kHost = "127.0.0.2";
+
+std::string RandomBytes(size_t n, unsigned seed) {
+    std::mt19937 gen(seed);
+    std::string s(n, '\0');
+    for (char& c : s) c = static_cast<char>(gen());
+    return s;
+}
+
+uint64_t Ticks(const _FILETIME& t) { return (uint64_t{t.dwHighDateTime} << 32) | t.dwLowDateTime; }
+
+_FILETIME FileTime(uint64_t ticks) {
+    return _FILETIME{static_cast<uint32_t>(ticks), static_cast<uint32_t>(ticks >> 32)};
+}
+
+// The output and exit status of a command run through the shell.
+struct Ran {
+    int status = -1;
+    std::string out;
+};
+
+Ran Shell(const std::string& command) {
+    Ran r;
+    FILE* p = popen((command + " 2>&1").c_str(), "r");
+    if (p == nullptr) return r;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+    const int w = pclose(p);
+    r.status = WIFEXITED(w) ? WEXITSTATUS(w) : -1;
+    return r;
+}
+
+class KFileNFSTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        auto& sandbox = kxtest::NFSSandbox::Get();
+        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+        if (!sandbox.StartNFSServer()) {
+            if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+            FAIL() << sandbox.Failure();
+        }
+        ASSERT_FALSE(KFile::_IsLocalServer(kHost)) << "the tests need a host KFile sends away";
+        dir = sandbox.ExportRoot() + "/data/" +
+              ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        std::filesystem::remove_all(dir);
+        ASSERT_EQ(0, mkdir(dir.c_str(), 0777));
+        chmod(dir.c_str(), 0777);
+    }
+    void TearDown() override {
+        if (!dir.empty()) std::filesystem::remove_all(dir);
+    }
+
+    std::string Local(const std::string& name) const { return dir + "/" + name; }
+    std::string Remote(const std::string& name) const { return kHost + ":" + Local(name); }
+
+    static unsigned long Open(KFileABC& f, const std::string& name, unsigned long disposition,
+                              unsigned long access = GENERIC_READ | GENERIC_WRITE) {
+        return f.CreateFileA(name.c_str(), access, FILE_SHARE_READ, nullptr, disposition,
+                             FILE_ATTRIBUTE_NORMAL, nullptr);
+    }
+    static void Put(const std::string& path, const std::string& bytes) {
+        std::ofstream(path, std::ios::binary) << bytes;
+    }
+    static std::string Get(const std::string& path) { return kxtest::ReadFile(path); }
+    static struct stat Stat(const std::string& path) {
+        struct stat st {};
+        EXPECT_EQ(0, stat(path.c_str(), &st)) << path;
+        return st;
+    }
+    static bool Exists(const std::string& path) {
+        struct stat st;
+        return stat(path.c_str(), &st) == 0;
+    }
+    static uint64_t Position(KFileABC& f) {
+        long high = 0;
+        const unsigned long low = f.SetFilePointer(0, &high, FILE_CURRENT);
+        return (static_cast<uint64_t>(static_cast<uint32_t>(high)) << 32) | static_cast<uint32_t>(low);
+    }
+    static std::string ReadAll(KFileABC& f, size_t n) {
+        std::string s(n, '\0');
+        unsigned long got = 0;
+        f.ReadFile(&s[0], static_cast<unsigned long>(n), &got, nullptr);
+        s.resize(got);
+        return s;
+    }
+    static bool Write(KFileABC& f, const std::string& bytes) {
+        unsigned long put = 0;
+        return f.WriteFile(bytes.data(), static_cast<unsigned long>(bytes.size()), &put, nullptr) &&
+               put == bytes.size();
+    }
+
+    std::string dir;
+};
+
+const unsigned long kRefused = static_cast<unsigned long>(KX_E_REFUSED);
+
+TEST_F(KFileNFSTest, DispositionsCreateKeepTruncateOrRefuse) {
+    KFile f;
+    // Missing file: the dispositions that need it refuse and make nothing.
+    EXPECT_EQ(kRefused, Open(f, Remote("f"), OPEN_EXISTING));
+    EXPECT_FALSE(f.IsOpen());
+    EXPECT_EQ(kRefused, Open(f, Remote("f"), TRUNCATE_EXISTING));
+    EXPECT_FALSE(Exists(Local("f")));
+
+    ASSERT_EQ(0u, Open(f, Remote("f"), CREATE_NEW));
+    EXPECT_TRUE(f.IsOpen());
+    EXPECT_FALSE(f.IsPreExisting());
+    EXPECT_EQ(Remote("f"), f.GetFileName());
+    EXPECT_TRUE(Write(f, "first contents"));
+    EXPECT_EQ("first contents", Get(Local("f")));
+
+    // CREATE_NEW on the existing file: refused, closed, contents untouched.
+    EXPECT_EQ(kRefused, Open(f, Remote("f"), CREATE_NEW));
+    EXPECT_FALSE(f.IsOpen());
+    EXPECT_EQ("first contents", Get(Local("f")));
+
+    ASSERT_EQ(0u, Open(f, Remote("f"), OPEN_ALWAYS));
+    EXPECT_TRUE(f.IsPreExisting());
+    EXPECT_EQ("first contents", ReadAll(f, 14));
+
+    ASSERT_EQ(0u, Open(f, Remote("f"), TRUNCATE_EXISTING));
+    EXPECT_TRUE(f.IsPreExisting());
+    EXPECT_EQ(0, Stat(Local("f")).st_size);
+    EXPECT_EQ(0u, f.GetFileSize(nullptr));
+
+    // CREATE_ALWAYS removes and creates again: a second link keeps the old contents.
+    Put(Local("f"), "old contents");
+    ASSERT_EQ(0, link(Local("f").c_str(), Local("kept").c_str()));
+    const ino_t before = Stat(Local("f")).st_ino;
+    ASSERT_EQ(0u, Open(f, Remote("f"), CREATE_ALWAYS));
+    EXPECT_TRUE(f.IsPreExisting());
+    EXPECT_EQ(0, Stat(Local("f")).st_size);
+    EXPECT_NE(before, Stat(Local("f")).st_ino);
+    EXPECT_EQ("old contents", Get(Local("kept")));
+    ASSERT_EQ(0u, Open(f, Remote("new"), CREATE_ALWAYS));
+    EXPECT_FALSE(f.IsPreExisting());
+    EXPECT_TRUE(Exists(Local("new")));
+
+    // A directory opens for queries, but is never removed or truncated.
+    ASSERT_EQ(0, mkdir(Local("sub").c_str(), 0777));
+    EXPECT_EQ(0u, Open(f, Remote("sub"), OPEN_EXISTING, GENERIC_READ));
+    for (unsigned long d : {CREATE_ALWAYS, TRUNCATE_EXISTING})
+        EXPECT_EQ(static_cast<unsigned long>(KX_E_NFS_WRONG_TYPE), Open(f, Remote("sub"), d)) << d;
+    EXPECT_TRUE(Exists(Local("sub")));
+
+    // Failures that are not a missing name come back with the browse layer's code.
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_NFS_NOENT), Open(f, Remote("none/f"), CREATE_NEW));
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_NFS_NO_EXPORT),
+              Open(f, kHost + ":/not/exported", OPEN_ALWAYS));
+    KFileNFS direct;
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Local("f"), OPEN_EXISTING))
+        << "no host part";
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Remote("g"), 0));
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Remote("g"), 6));
+    EXPECT_FALSE(Exists(Local("g")));
+    EXPECT_STREQ("", direct.GetFileName());
+}
+
+TEST_F(KFileNFSTest, ReadsWritesAndPositionsKeepTheirWin32Quirks) {
+    const std::string data = RandomBytes(200000, 1);
+    KFile f;
+    ASSERT_EQ(0u, Open(f, Remote("f"), CREATE_NEW));
+    // Across several of the export's 64 KiB chunks, at an odd offset.
+    EXPECT_EQ(12345u, f.SetFilePointer(12345, nullptr, FILE_BEGIN));
+    ASSERT_TRUE(Write(f, data));
+    EXPECT_EQ(12345u + data.size(), Position(f));
+    const std::string local = Get(Local("f"));
+    ASSERT_EQ(12345u + data.size(), local.size());
+    EXPECT_EQ(std::string(12345, '\0'), local.substr(0, 12345));
+    EXPECT_TRUE(local.substr(12345) == data);
+    EXPECT_EQ(212345u, f.GetFileSize(nullptr)) << "the size follows the handle's own writes";
+
+    // FILE_END subtracts: 50 moves back from the end. Reading past the end is a short read:
+    // false, with what was there and the position advanced by it.
+    EXPECT_EQ(212295u, f.SetFilePointer(50, nullptr, FILE_END));
+    std::string buf(100, 'x');
+    unsigned long got = 7;
+    EXPECT_FALSE(f.ReadFile(&buf[0], 100, &got, nullptr));
+    EXPECT_EQ(50u, got);
+    EXPECT_TRUE(buf.substr(0, 50) == data.substr(data.size() - 50));
+    EXPECT_EQ(212345u, Position(f));
+
+    // A negative low word makes the high word all ones whatever the caller's high word says.
+    long high = 1;
+    EXPECT_EQ(212344u, f.SetFilePointer(-1, &high, FILE_CURRENT));
+    EXPECT_EQ(0, high);
+    EXPECT_EQ(112344u, f.SetFilePointer(-100000, nullptr, FILE_CURRENT));
+    high = 0;
+    EXPECT_EQ(0xFFFFFFFFul, f.SetFilePointer(-1, &high, FILE_BEGIN));
+    EXPECT_EQ(-1, high);
+    EXPECT_EQ(~uint64_t{0}, Position(f));
+    EXPECT_FALSE(f.ReadFile(&buf[0], 10, &got, nullptr)) << "no such position";
+    EXPECT_EQ(0u, got);
+    EXPECT_EQ(~uint64_t{0}, Position(f));
+    high = 0;
+    EXPECT_EQ(0xFFFFFFFFul, f.SetFilePointer(5, &high, 3)) << "unknown method: no move";
+    EXPECT_EQ(-1, high);
+
+    // Writing past the end leaves a hole of zeros.
+    f.SetFilePointer(300000, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(Write(f, "tail"));
+    EXPECT_EQ(300004, Stat(Local("f")).st_size);
+    f.SetFilePointer(299998, nullptr, FILE_BEGIN);
+    EXPECT_EQ(std::string("\0\0tail", 6), ReadAll(f, 6));
+
+    // Each direction needs its access: a read-only handle writes nothing, and the reverse.
+    KFile reader, writer;
+    ASSERT_EQ(0u, Open(reader, Remote("f"), OPEN_EXISTING, GENERIC_READ));
+    unsigned long put = 9;
+    EXPECT_FALSE(reader.WriteFile("zz", 2, &put, nullptr));
+    EXPECT_EQ(0u, put);
+    EXPECT_EQ(0, Get(Local("f")).compare(0, 2, std::string(2, '\0')));
+    ASSERT_EQ(0u, Open(writer, Remote("f"), OPEN_EXISTING, GENERIC_WRITE));
+    EXPECT_FALSE(writer.ReadFile(&buf[0], 2, &got, nullptr));
+    EXPECT_EQ(0u, got);
+}
+
+TEST_F(KFileNFSTest, SizesTimesAndTruncation) {
+    Put(Local("f"), RandomBytes(10000, 2));
+    KFile f;
+    ASSERT_EQ(0u, Open(f, Remote("f"), OPEN_EXISTING));
+    f.SetFilePointer(40, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(f.SetEndOfFile());
+    EXPECT_EQ(40, Stat(Local("f")).st_size);
+    _LARGE_INTEGER size{};
+    ASSERT_TRUE(f.GetFileSizeEx(&size));
+    EXPECT_EQ(40, size.QuadPart);
+    f.SetFilePointer(5000, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(f.SetEndOfFile());
+    EXPECT_EQ(std::string(4960, '\0'), Get(Local("f")).substr(40));
+    EXPECT_TRUE(f.GetFileSizeEx(nullptr));
+
+    // Client times to the 100 ns tick; the creation time is ignored and reported as zero.
+    const uint64_t access = kxFileTimeUnixEpoch + 981173106ull * 10000000ull + 1234567;
+    const uint64_t write = kxFileTimeUnixEpoch + 1262304000ull * 10000000ull + 7654321;
+    const _FILETIME a = FileTime(access), w = FileTime(write), c = FileTime(1);
+    ASSERT_TRUE(f.SetFileTime(&c, &a, &w));
+    struct stat st = Stat(Local("f"));
+    EXPECT_EQ(981173106, st.st_atim.tv_sec);
+    EXPECT_EQ(123456700, st.st_atim.tv_nsec);
+    EXPECT_EQ(1262304000, st.st_mtim.tv_sec);
+    EXPECT_EQ(765432100, st.st_mtim.tv_nsec);
+    _FILETIME gc = FileTime(5), ga{}, gw{};
+    ASSERT_TRUE(f.GetFileTime(&gc, &ga, &gw));
+    EXPECT_EQ(0u, Ticks(gc));
+    EXPECT_EQ(access, Ticks(ga));
+    EXPECT_EQ(write, Ticks(gw));
+    // Only the write time: the access time stays.
+    const _FILETIME w2 = FileTime(write + 10000000);
+    ASSERT_TRUE(f.SetFileTime(nullptr, nullptr, &w2));
+    EXPECT_EQ(981173106, Stat(Local("f")).st_atim.tv_sec);
+    EXPECT_EQ(1262304001, Stat(Local("f")).st_mtim.tv_sec);
+
+    // After a write the next query asks the server: the times are the server's again.
+    ASSERT_TRUE(Write(f, "x"));
+    ASSERT_TRUE(f.GetFileTime(nullptr, nullptr, &gw));
+    st = Stat(Local("f"));
+    EXPECT_EQ(kxFileTimeUnixEpoch + static_cast<uint64_t>(st.st_mtim.tv_sec) * 10000000ull +
+                  static_cast<uint64_t>(st.st_mtim.tv_nsec) / 100,
+              Ticks(gw));
+    struct stat remote {};
+    ASSERT_EQ(0, f.fstat(&remote));
+    EXPECT_TRUE(S_ISREG(remote.st_mode));
+    EXPECT_EQ(st.st_mode & 07777, remote.st_mode & 07777);
+    EXPECT_EQ(st.st_size, remote.st_size);
+    EXPECT_EQ(st.st_mtim.tv_sec, remote.st_mtim.tv_sec);
+    EXPECT_EQ(st.st_nlink, remote.st_nlink);
+}
+
+TEST_F(KFileNFSTest, ViewsAreCopiesWrittenBackOnFlushAndUnmap) {
+    const std::string data = RandomBytes(8192, 3);
+    Put(Local("f"), data);
+    KFile f;
+    ASSERT_EQ(0u, Open(f, Remote("f"), OPEN_EXISTING));
+
+    auto* view = static_cast<char*>(f.MapViewOfFile(FILE_MAP_WRITE, 0, 4096, 1000));
+    ASSERT_NE(nullptr, view);
+    EXPECT_EQ(static_cast<void*>(view), f.GetFileMapping());
+    EXPECT_EQ(0, memcmp(view, data.data() + 4096, 1000));
+    memcpy(view, "FLUSHED", 7);
+    EXPECT_EQ(data, Get(Local("f"))) << "nothing reaches the server before a flush";
+    EXPECT_FALSE(f.FlushViewOfFile(view + 1, 10)) << "not the view's start";
+    ASSERT_TRUE(f.FlushViewOfFile(view, 0));
+    EXPECT_EQ("FLUSHED", Get(Local("f")).substr(4096, 7));
+    memcpy(view + 993, "UNMAPPD", 7);
+    ASSERT_TRUE(f.UnmapViewOfFile(view));
+    EXPECT_EQ(nullptr, f.GetFileMapping());
+    EXPECT_EQ("UNMAPPD", Get(Local("f")).substr(5089, 7));
+    EXPECT_EQ(0, f.UnMapFile()) << "nothing mapped";
+
+    // A FILE_MAP_READ view is never written back, and flushing it needs no server.
+    const std::string before = Get(Local("f"));
+    view = static_cast<char*>(f.MapViewOfFile(FILE_MAP_READ, 0, 0, 100));
+    ASSERT_NE(nullptr, view);
+    memset(view, 'r', 100);
+    EXPECT_TRUE(f.FlushViewOfFile(view, 100));
+    EXPECT_TRUE(f.UnmapViewOfFile(view));
+    // Mapping again drops the earlier view without writing it back.
+    view = static_cast<char*>(f.MapViewOfFile(FILE_MAP_ALL_ACCESS, 0, 0, 100));
+    ASSERT_NE(nullptr, view);
+    memset(view, 'd', 100);
+    ASSERT_NE(nullptr, f.MapViewOfFile(FILE_MAP_ALL_ACCESS, 0, 200, 100));
+    EXPECT_EQ(0, f.UnMapFile());
+    EXPECT_EQ(before, Get(Local("f")));
+
+    // MapFile: a writable view of the first bytes, unless read-only protection is asked for.
+    view = static_cast<char*>(f.MapFile(nullptr, PAGE_READWRITE, 0, 8192, "name"));
+    ASSERT_NE(nullptr, view);
+    memcpy(view + 8185, "MAPFILE", 7);
+    EXPECT_EQ(0, f.UnMapFile());
+    EXPECT_EQ("MAPFILE", Get(Local("f")).substr(8185));
+    view = static_cast<char*>(f.MapFile(nullptr, PAGE_READONLY, 0, 10, nullptr));
+    ASSERT_NE(nullptr, view);
+    memset(view, 'p', 10);
+    EXPECT_EQ(0, f.UnMapFile());
+    EXPECT_NE(std::string(10, 'p'), Get(Local("f")).substr(0, 10));
+
+    // A view longer than the file fails and is never written back: the file keeps its size.
+    const std::string whole = Get(Local("f"));
+    EXPECT_EQ(nullptr, f.MapViewOfFile(FILE_MAP_WRITE, 0, 0, 9000));
+    EXPECT_EQ(nullptr, f.MapFile(nullptr, PAGE_READWRITE, 0, 9000, "name")) << "never grows";
+    EXPECT_EQ(0, f.UnMapFile());
+    EXPECT_EQ(whole, Get(Local("f")));
+
+    // A handle without write access never writes a view back.
+    KFile reader;
+    ASSERT_EQ(0u, Open(reader, Remote("f"), OPEN_EXISTING, GENERIC_READ));
+    view = static_cast<char*>(reader.MapViewOfFile(FILE_MAP_WRITE, 0, 0, 64));
+    ASSERT_NE(nullptr, view);
+    memset(view, 'w', 64);
+    EXPECT_EQ(0, reader.UnMapFile());
+    EXPECT_EQ(whole, Get(Local("f")));
+    // 0 bytes: from the offset to the end of the file.
+    view = static_cast<char*>(reader.MapViewOfFile(FILE_MAP_READ, 0, 8000, 0));
+    ASSERT_NE(nullptr, view);
+    EXPECT_EQ(0, memcmp(view, whole.data() + 8000, 192));
+}
+
+TEST_F(KFileNFSTest, ViewsStopAtOneMebibyte) {
+    const std::string data = RandomBytes(KFileNFS::kMaxView + 1, 4);
+    Put(Local("f"), data);
+    KFile f;
+    ASSERT_EQ(0u, Open(f, Remote("f"), OPEN_EXISTING));
+    EXPECT_EQ(nullptr, f.MapViewOfFile(FILE_MAP_READ, 0, 0, KFileNFS::kMaxView + 1));
+    EXPECT_EQ(nullptr, f.GetFileMapping()) << "refused before anything is read";
+    EXPECT_EQ(nullptr, f.MapViewOfFile(FILE_MAP_READ, 0, 0, 0)) << "the whole file is too long";
+    auto* view = static_cast<char*>(f.MapViewOfFile(FILE_MAP_WRITE, 0, 0, KFileNFS::kMaxView));
+    ASSERT_NE(nullptr, view);
+    EXPECT_EQ(0, memcmp(view, data.data(), KFileNFS::kMaxView));
+    view[KFileNFS::kMaxView - 1] ^= 0x55;
+    ASSERT_TRUE(f.UnmapViewOfFile(view));
+    std::string expected = data;
+    expected[KFileNFS::kMaxView - 1] ^= 0x55;
+    EXPECT_TRUE(expected == Get(Local("f")));
+}
+
+TEST_F(KFileNFSTest, SparseFilePastFourGiB) {
+    KFile f;
+    ASSERT_EQ(0u, Open(f, Remote("sparse"), CREATE_NEW));
+    long high = 1;
+    EXPECT_EQ(0x40000003ul, f.SetFilePointer(0x40000003, &high, FILE_BEGIN));
+    EXPECT_EQ(1, high);
+    ASSERT_TRUE(Write(f, "beyond four GiB!"));
+    const uint64_t size = 0x140000013ull;
+    EXPECT_EQ(size, Position(f));
+    unsigned long sizeHigh = 0;
+    EXPECT_EQ(0x40000013ul, f.GetFileSize(&sizeHigh));
+    EXPECT_EQ(1ul, sizeHigh);
+    _LARGE_INTEGER li{};
+    ASSERT_TRUE(f.GetFileSizeEx(&li));
+    EXPECT_EQ(static_cast<int64_t>(size), li.QuadPart);
+    struct stat st = Stat(Local("sparse"));
+    EXPECT_EQ(static_cast<off_t>(size), st.st_size);
+    EXPECT_LT(st.st_blocks, 1024) << "the hole takes no space";
+
+    // Back from the end by 0x13 (FILE_END subtracts), and read across the hole's end.
+    high = 0;
+    EXPECT_EQ(0x40000000ul, f.SetFilePointer(0x13, &high, FILE_END));
+    EXPECT_EQ(1, high);
+    EXPECT_EQ(std::string("\0\0\0beyond four GiB!", 19), ReadAll(f, 19));
+    auto* view = static_cast<const char*>(f.MapViewOfFile(FILE_MAP_READ, 1, 0x40000003, 16));
+    ASSERT_NE(nullptr, view);
+    EXPECT_EQ("beyond four GiB!", std::string(view, 16));
+
+    f.SetFilePointer(1, &(high = 1), FILE_BEGIN);
+    ASSERT_TRUE(f.SetEndOfFile());
+    EXPECT_EQ(0x100000001ll, Stat(Local("sparse")).st_size);
+    struct stat remote {};
+    ASSERT_EQ(0, f.fstat(&remote));
+    EXPECT_EQ(0x100000001ll, remote.st_size);
+    _WIN32_FIND_DATAA fd{};
+    ASSERT_EQ(0, f.GetWinFindData(Remote("sparse").c_str(), &fd));
+    EXPECT_EQ(1u, fd.nFileSizeHigh);
+    EXPECT_EQ(1u, fd.nFileSizeLow);
+}
+
+TEST_F(KFileNFSTest, CredentialsReachTheServer) {
+    Put(Local("owned"), "original");
+    ASSERT_EQ(0, chown(Local("owned").c_str(), 1234, 1234));
+    ASSERT_EQ(0, chmod(Local("owned").c_str(), 0644));
+    Put(Local("secret"), "for 1234 only");
+    ASSERT_EQ(0, chown(Local("secret").c_str(), 1234, 1234));
+    ASSERT_EQ(0, chmod(Local("secret").c_str(), 0600));
+
+    KFile other;
+    other.SetNFSCredentials(4321, {4321});
+    ASSERT_EQ(0u, Open(other, Remote("owned"), OPEN_EXISTING));
+    EXPECT_FALSE(Write(other, "changed!"));
+    EXPECT_EQ("original", Get(Local("owned")));
+    ASSERT_EQ(0u, Open(other, Remote("secret"), OPEN_EXISTING, GENERIC_READ));
+    EXPECT_EQ("", ReadAll(other, 13));
+
+    KFile owner;
+    owner.SetNFSCredentials(1234, {1234});
+    ASSERT_EQ(0u, Open(owner, Remote("owned"), OPEN_EXISTING));
+    EXPECT_TRUE(Write(owner, "changed!"));
+    EXPECT_EQ("changed!", Get(Local("owned")));
+    ASSERT_EQ(0u, Open(owner, Remote("secret"), OPEN_EXISTING, GENERIC_READ));
+    EXPECT_EQ("for 1234 only", ReadAll(owner, 13));
+}
+
+TEST_F(KFileNFSTest, QueriesAndHandleRecords) {
+    Put(Local("f"), "0123456789");
+    Put(Local("g"), "abc");
+    ASSERT_EQ(0, mkdir(Local("sub").c_str(), 0777));
+    KFile f;
+    ASSERT_EQ(0u, Open(f, Remote("f"), OPEN_EXISTING, GENERIC_READ));
+    EXPECT_TRUE(f.IsDir(Remote("sub").c_str()));
+    EXPECT_FALSE(f.IsDir(Remote("g").c_str()));
+    EXPECT_FALSE(f.IsDir(Remote("missing").c_str()));
+    EXPECT_FALSE(f.IsDir(Local("sub").c_str())) << "no host part";
+
+    _WIN32_FIND_DATAA fd;
+    ASSERT_EQ(0, f.GetWinFindData(Remote("sub").c_str(), &fd));
+    EXPECT_EQ(0x10u, fd.dwFileAttributes);
+    EXPECT_STREQ("sub", fd.cFileName);
+    ASSERT_EQ(0, f.GetWinFindData(Remote("g").c_str(), &fd));
+    EXPECT_EQ(0u, fd.dwFileAttributes);
+    EXPECT_EQ(3u, fd.nFileSizeLow);
+    EXPECT_STREQ("g", fd.cFileName);
+    EXPECT_EQ(KX_E_FILE_FIND, f.GetWinFindData(Remote("missing").c_str(), &fd));
+    EXPECT_EQ(0, fd.cFileName[0]);
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, f.GetWinFindData(nullptr, &fd));
+    // The queries leave the handle's own file alone.
+    EXPECT_EQ("0123", ReadAll(f, 4));
+    EXPECT_EQ(Remote("f"), f.GetFileName());
+
+    // The entry's identity: the server's file number is the local inode.
+    KFileNFS direct;
+    ASSERT_EQ(0u, Open(direct, Remote("f"), OPEN_EXISTING, GENERIC_READ));
+    EXPECT_EQ(kxNFSUtils::kDirEntryRegular, direct.GetFileType());
+    EXPECT_EQ(static_cast<uint64_t>(Stat(Local("f")).st_ino), direct.GetFileId());
+    EXPECT_NE(0u, direct.GetFileSystemId());
+
+    // A record tagged 0xFEFFFEFF replaces the open handle's entry: its reads go to that file.
+    kxNFSUtils::NFSBrowse* b = nullptr;
+    ASSERT_EQ(KX_OK, kxNFSUtils::CreateNFSBrowse(b, kHost, 0, {0}, nullptr, kxNFSUtils::eUseTCP));
+    std::unique_ptr<kxNFSUtils::NFSBrowse> browse(b);
+    std::unique_ptr<kxNFSUtils::DirEntry> entry(browse->Open(Local("g"), false, false));
+    ASSERT_TRUE(entry);
+    EXPECT_NE(nullptr, direct.SetHandle(entry.get()));
+    EXPECT_EQ(3u, direct.GetFileSize(nullptr));
+    EXPECT_EQ("abc", ReadAll(direct, 3));
+    uint32_t untagged[64] = {0x12345678};
+    EXPECT_EQ(nullptr, direct.SetHandle(untagged));
+    EXPECT_EQ(3u, direct.GetFileSize(nullptr));
+
+    // Through KFile: the record makes a remote handle with no connection of its own; it answers
+    // from the record, and reads fail.
+    KFile record;
+    ASSERT_NE(nullptr, record.SetHandle(entry.get()));
+    EXPECT_EQ(3u, record.GetFileSize(nullptr));
+    _FILETIME w{};
+    EXPECT_TRUE(record.GetFileTime(nullptr, nullptr, &w));
+    EXPECT_EQ(entry->writeTime, Ticks(w));
+    char c;
+    unsigned long got = 1;
+    EXPECT_FALSE(record.ReadFile(&c, 1, &got, nullptr));
+    EXPECT_EQ(0u, got);
+    EXPECT_EQ(nullptr, record.MapViewOfFile(FILE_MAP_READ, 0, 0, 1));
+}
+
+TEST_F(KFileNFSTest, CopiesThroughAProgramThatOnlyUsesKFile) {
+    const std::string tool = kxtest::ProgramDir() + "/kx_kfile_copy";
+    const std::string data = RandomBytes(3 * 1024 * 1024 + 123, 5);
+    kxtest::TempDir local;
+    Put(local / "original", data);
+
+    Ran r = Shell(tool + " " + (local / "original") + " " + Remote("copy"));
+    ASSERT_EQ(0, r.status) << r.out;
+    EXPECT_TRUE(data == Get(Local("copy"))) << "local to server";
+    r = Shell(tool + " " + Remote("copy") + " " + (local / "back"));
+    ASSERT_EQ(0, r.status) << r.out;
+    EXPECT_TRUE(data == Get(local / "back")) << "server to local";
+
+    r = Shell(tool + " " + Remote("missing") + " " + (local / "x"));
+    EXPECT_EQ(1, r.status) << r.out;
+    EXPECT_NE(std::string::npos, r.out.find("cannot open")) << r.out;
+}
+
+TEST_F(KFileNFSTest, LogViewerReadsALogFileOnTheServer) {
+#ifndef KX_LOGVIEW_TOOL
+    GTEST_SKIP() << "kxlogview is not built";
+#else
+    if (!kxtest::NFSSandbox::Get().StatusMonitorUp())
+        GTEST_SKIP() << "rpc.statd is not installed: the viewer locks the file it reads";
+    const std::string logs = Local("logs");
+    ASSERT_EQ(0, mkdir(logs.c_str(), 0777));
+    for (const auto& [name, kb] : {std::pair<const char*, unsigned long>{"Default.log", 1024},
+                                   {"Big.log", 1025}}) {
+        KLogStream w(logs.c_str(), name, kb, 0, true);
+        ASSERT_TRUE(w.IsLive()) << name;
+        for (int i = 0; i < 200; ++i)
+            w.PrintString(("record " + std::to_string(i) + " of " + name).c_str(), 0,
+                          kxLogSevProgress, 0);
+    }
+
+    // Exactly one view's worth: the remote file prints as the local one does.
+    const std::string viewer = std::string(KX_LOGVIEW_TOOL) + " -o cat ";
+    const Ran local = Shell(viewer + logs + "/Default.log");
+    ASSERT_EQ(0, local.status) << local.out;
+    const Ran remote = Shell(viewer + kHost + ":" + logs + "/Default.log");
+    EXPECT_EQ(0, remote.status) << remote.out;
+    EXPECT_EQ(local.out, remote.out);
+    EXPECT_NE(std::string::npos, remote.out.find("record 199 of Default.log"));
+
+    // One kilobyte more than a view holds: readable locally, refused remotely, file untouched.
+    const std::string before = Get(logs + "/Big.log");
+    EXPECT_EQ(0, Shell(viewer + logs + "/Big.log").status);
+    const Ran big = Shell(viewer + kHost + ":" + logs + "/Big.log");
+    EXPECT_EQ(2, big.status) << big.out;
+    EXPECT_TRUE(before == Get(logs + "/Big.log"));
+#endif
+}
+
+}  // namespace
