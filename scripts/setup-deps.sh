@@ -73,5 +73,5 @@ if ((want_all)); then
         align_multiarch "${i386_pkgs[@]}"
         apt_install g++-multilib "${i386_pkgs[@]}"
     fi
-    apt_install rpcbind nfs-ganesha nfs-ganesha-vfs
+    apt_install rpcbind nfs-ganesha nfs-ganesha-vfs nfs-common
 fi

@@ -26,8 +26,14 @@ public:
 
     bool Verify() override;
     bool FindMountPoint(const std::string& path, ExportInfo& info) override;
-    // The lock manager is not reached yet: refuses (KX_E_REFUSED in the last error).
+    // See NFSBrowse::LockFile (NFSLock.cpp).
     bool LockFile(const DirEntry& file, bool lock, bool exclusive) override;
+    // The lock manager's client handle, connecting on first use: program 100021 in lockVersion
+    // over TCP, then UDP, with the object's credentials. When the port mapper says that version
+    // is not registered, the other one (1 or 4) is tried and, if it connects, remembered in
+    // lockVersion. Null when nothing connects; nothing is remembered then, so a later call
+    // tries again. The handle lives as long as lockClient.
+    CLIENT* GetLockClient();
     long GetLastObjectError() override { return lastError; }
 
 protected:
@@ -37,6 +43,10 @@ protected:
     std::unique_ptr<RPCAuth> auth;      // credentials of every call
     std::unique_ptr<RPCClient> nfsClient;
     std::unique_ptr<RPCClient> lockClient;  // made on first use
+    // The lock-manager version lockClient speaks: 1 until the server shows it offers only 4.
+    static constexpr int kNLMVersion1 = 1;
+    static constexpr int kNLMVersion4 = 4;
+    int lockVersion = kNLMVersion1;
     unsigned long address;              // IPv4, network byte order
     CancelledIf* cancelled;             // not owned, may be null
     long lastError = 0;

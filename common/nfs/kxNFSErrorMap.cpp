@@ -60,10 +60,22 @@ NLMErrorMap::NLMErrorMap() : ErrorMap<nlm_stats>(KX_E_NLM_FAILED) {
     };
 }
 
+NLM4ErrorMap::NLM4ErrorMap() : ErrorMap<nlm4_stats>(KX_E_NLM_FAILED) {
+    map = {
+        {NLM4_DENIED, KX_E_NLM_DENIED},
+        {NLM4_DENIED_NOLOCKS, KX_E_NLM_NO_LOCKS},
+        {NLM4_BLOCKED, KX_E_NLM_BLOCKED},
+        {NLM4_DENIED_GRACE_PERIOD, KX_E_NLM_GRACE_PERIOD},
+        {NLM4_ROFS, KX_E_NFS_READ_ONLY},
+        {NLM4_STALE_FH, KX_E_NFS_STALE},
+    };
+}
+
 // Definition order is construction order within this file: the tables are built in this
 // order before main and destroyed in reverse at exit.
 DWORDErrorMap g_DWORDErrorMap;
 NLMErrorMap g_NLMErrorMap;
+NLM4ErrorMap g_NLM4ErrorMap;
 Mount3ErrorMap g_Mount3ErrorMap;
 NFSErrorMap g_NFSErrorMap;
 RPCErrorMap g_RPCErrorMap;

@@ -15,6 +15,7 @@
 #include "nfs/kxNFSStatus.h"
 #include "xdr/mount_prot.h"
 #include "xdr/nfs3_prot.h"
+#include "xdr/nlm4_prot.h"
 #include "xdr/nlm_prot.h"
 
 namespace kxNFSUtils {
@@ -68,6 +69,15 @@ public:
     NLMErrorMap();
 };
 
+// Lock-manager statuses of protocol version 4: the statuses it shares with version 1 get the
+// same codes, so a caller cannot tell which version answered. Of the statuses version 4 added,
+// a stale handle and a read-only file system get the file-system codes that say so; the others
+// (deadlock, too big, failed) get the default, as an unlisted version-1 status does.
+class NLM4ErrorMap final : public ErrorMap<nlm4_stats> {
+public:
+    NLM4ErrorMap();
+};
+
 // System error numbers: every value translates to 0 and the table stays empty. Intended: its
 // one user (the browse factory) reports the system error in its own message.
 class DWORDErrorMap final : public ErrorMap<unsigned long> {
@@ -78,6 +88,7 @@ public:
 
 extern DWORDErrorMap g_DWORDErrorMap;
 extern NLMErrorMap g_NLMErrorMap;
+extern NLM4ErrorMap g_NLM4ErrorMap;
 extern Mount3ErrorMap g_Mount3ErrorMap;
 extern NFSErrorMap g_NFSErrorMap;
 extern RPCErrorMap g_RPCErrorMap;
@@ -109,7 +120,7 @@ long TranslateError(const ErrorMap<T>& map, clnt_stat rpcStatus, T status,
     return code;
 }
 
-// The four instantiations the client uses.
+// The instantiations the client uses.
 inline long TranslateError(const ErrorMap<nfsstat3>& map, clnt_stat rpc, nfsstat3 status,
                            const std::string& format, const std::string& detail) {
     return TranslateError<nfsstat3, NFS3_OK>(map, rpc, status, format, detail);
@@ -121,6 +132,10 @@ inline long TranslateError(const ErrorMap<mountstat3>& map, clnt_stat rpc, mount
 inline long TranslateError(const ErrorMap<nlm_stats>& map, clnt_stat rpc, nlm_stats status,
                            const std::string& format, const std::string& detail) {
     return TranslateError<nlm_stats, nlm_granted>(map, rpc, status, format, detail);
+}
+inline long TranslateError(const ErrorMap<nlm4_stats>& map, clnt_stat rpc, nlm4_stats status,
+                           const std::string& format, const std::string& detail) {
+    return TranslateError<nlm4_stats, NLM4_GRANTED>(map, rpc, status, format, detail);
 }
 inline long TranslateError(const ErrorMap<unsigned long>& map, clnt_stat rpc,
                            unsigned long status, const std::string& format,

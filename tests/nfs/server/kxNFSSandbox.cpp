@@ -92,6 +92,7 @@ NFSSandbox::NFSSandbox() {
 
 NFSSandbox::~NFSSandbox() {
     StopPid(m_nfsServer);
+    StopPid(m_statd);
     StopPid(m_rpcbind);
 }
 
@@ -148,7 +149,7 @@ bool NFSSandbox::StartNFSServer() {
     const std::string conf = m_dir / "ganesha.conf";
     {
         std::ofstream f(conf);
-        f << "NFS_CORE_PARAM { Protocols = 3; Enable_NLM = false; Enable_RQUOTA = false; }\n"
+        f << "NFS_CORE_PARAM { Protocols = 3; Enable_NLM = true; Enable_RQUOTA = false; }\n"
              "NFSV4 { Graceless = true; }\n";
         struct Export {
             int id;
@@ -167,6 +168,7 @@ bool NFSSandbox::StartNFSServer() {
               << e.extra << " FSAL { Name = VFS; } }\n";
         }
     }
+    StartStatusMonitor();
     m_nfsServer = SpawnChild({ganesha, "-F", "-f", conf, "-L", m_dir / "ganesha.log", "-p",
                               m_dir / "ganesha.pid"});
     if (m_nfsServer < 0 || !WaitForRegistration(100005, 3, 20000) ||
@@ -177,6 +179,16 @@ bool NFSSandbox::StartNFSServer() {
         return false;
     }
     return true;
+}
+
+// The lock manager asks the status monitor to watch every client that takes a lock, and
+// refuses locks when it cannot reach one. Its state lives in the private /var/lib/nfs.
+void NFSSandbox::StartStatusMonitor() {
+    const char* statd = "/usr/sbin/rpc.statd";
+    if (!Executable(statd)) return;
+    for (const char* d : {"/var/lib/nfs/sm", "/var/lib/nfs/sm.bak"}) mkdir(d, 0700);
+    m_statd = SpawnChild({statd, "--foreground", "--no-notify"});
+    if (m_statd > 0 && !WaitForRegistration(100024, 1, 10000)) StopPid(m_statd);
 }
 
 pid_t NFSSandbox::StartFake(unsigned long program, unsigned long version, const std::string& mode,

@@ -1,6 +1,7 @@
 // NFSSandbox: runs the test process in network and mount namespaces of its own, with a private
 // loopback, a private /run and /var/lib/nfs, its own port mapper and, on demand, an NFS server
-// (nfs-ganesha, VFS back end, version 3 over UDP and TCP) exporting temporary directories.
+// (nfs-ganesha, VFS back end, version 3 over UDP and TCP, with its lock manager, NLM version 4,
+// and the status monitor rpc.statd that the lock manager needs) exporting temporary directories.
 //
 // Nothing escapes the test process: the servers are its children, die with it (parent-death
 // signal) and are stopped by pid when the sandbox ends at exit; the namespaces vanish with the
@@ -35,6 +36,9 @@ public:
     // set when it would not come up (a failure to report).
     bool StartNFSServer();
     const std::string& ExportRoot() const { return m_exportRoot; }
+    // True when the status monitor runs beside the server, so that its lock manager grants
+    // locks; false when rpc.statd is not installed (lock tests skip).
+    bool StatusMonitorUp() const { return m_statd > 0; }
     const std::string& Failure() const { return m_failure; }
 
     // Starts kx_fake_rpc_server for program/version in mode and waits until it is registered.
@@ -53,6 +57,7 @@ private:
     NFSSandbox();
     bool Enter();
     bool StartPortMapper();
+    void StartStatusMonitor();
 
     std::string m_why;
     std::string m_failure;
@@ -61,6 +66,7 @@ private:
     std::string m_exportRoot;
     pid_t m_rpcbind = -1;
     pid_t m_nfsServer = -1;
+    pid_t m_statd = -1;
     bool m_nfsTried = false;
 };
 
