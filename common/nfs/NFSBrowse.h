@@ -76,6 +76,42 @@ public:
     virtual bool ReadSymlink(const DirEntry& entry, KBuffer& target) = 0;
     virtual bool CreateSymlink(const DirEntry& dir, DirEntry& entry, const KBuffer& target) = 0;
     virtual bool Access(const DirEntry& entry, uint32_t& mask) = 0;
+    // Locks (lock true: shared, or exclusive when `exclusive`) or unlocks (lock false) the whole
+    // file through the server's lock manager, never waiting: a lock held by another owner
+    // fails at once. True when the server granted the request (unlocking what is not held is
+    // granted too); the last error is left alone then.
+    // The request, the same in every process of this machine: caller name this machine's name,
+    // owner handle and request cookie the process-wide 4 bytes EB 20 F3 FA, svid 0, offset 0,
+    // length the low 32 bits of file.size plus 4096, no reclaim, state 0. The range always
+    // starts at byte 0, so whole-file locks of any two users of this library overlap whatever
+    // sizes they saw.
+    // Lock owners: all browse objects of all processes of one machine are one owner to the
+    // server, so their locks never exclude one another; they exclude other machines. (nfs-
+    // ganesha tells owners apart by client address, caller name, transport, owner handle and
+    // svid, so a lock taken over UDP and one over TCP are two owners there.)
+    // Versions: NLM version 1 first, as above: the handle padded to 32 bytes from the handle
+    // buffer when shorter, and the length in 32-bit arithmetic, which wraps for sizes whose
+    // low word is 0xFFFFF000 or more (0xFFFFFFFF locks 4095 bytes; 0xFFFFF000 gives 0, which
+    // the server reads as "to the end of the file"); kept so. Servers that offer version 4
+    // only (nfs-ganesha) are detected on the first request (the port mapper knows no version
+    // 1, or the lock manager answers "program version mismatch" naming 4), and this object
+    // then speaks version 4 for good: the same request with the handle at its own length and
+    // a 64-bit length, file.size plus 4096 (0, to the end, when that would pass 2^63 - 1).
+    // The connection is made on the first request (TCP, then UDP); one that broke (the server
+    // closed or restarted it) is made again once and the request repeated, which is harmless:
+    // a second LOCK by the owner or a second UNLOCK changes nothing.
+    // Failures, false:
+    //   no lock manager reachable: nothing stored, nothing logged (a later call tries again);
+    //   KX_E_NOT_INITIALISED a file without DirEntry::kMagic, KX_E_BAD_ARGUMENT a handle
+    //     length beyond the DirEntry's buffer (nothing sent, nothing logged);
+    //   the refusal's code, stored and logged: KX_E_NLM_DENIED (another owner holds a
+    //     conflicting lock), KX_E_NLM_NO_LOCKS, KX_E_NLM_BLOCKED, KX_E_NLM_GRACE_PERIOD,
+    //     KX_E_NLM_FAILED for other statuses, the version-4 statuses stale handle
+    //     (KX_E_NFS_STALE) and read-only file system (KX_E_NFS_READ_ONLY), or an RPC code.
+    //     Version 1 logs "nlm_lock_3(status %d, err 0x%8.8X)" or "nlm_unlock_3(...)" (no blank
+    //     before the parenthesis, kept so), version 4 "nlmproc4_lock_4 (status %d, ...)" or
+    //     "nlmproc4_unlock_4 (...)", each followed by host ":" file.serverPath.
+    // Locks are not tracked: deleting the browse object releases none.
     virtual bool LockFile(const DirEntry& file, bool lock, bool exclusive) = 0;
     virtual bool MakeLink(const DirEntry& entry, const DirEntry& dir, const std::string& name) = 0;
     // A new enumeration the caller deletes, or null.
