@@ -88,7 +88,7 @@ protected:
     }
 
     // A new file of `size` bytes in the export, as the server names it.
-    DirEntry File(const std::string& name, size_t size) {
+    DirEntry File(const std::string& name, uint64_t size) {
         const std::string local = exportPath + "/" + name;
         const int fd = open(local.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0666);
         EXPECT_GE(fd, 0);
