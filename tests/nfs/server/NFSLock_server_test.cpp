@@ -79,7 +79,11 @@ protected:
             if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
             FAIL() << sandbox.Failure();
         }
-        if (!sandbox.StatusMonitorUp()) GTEST_SKIP() << "rpc.statd is not installed (nfs-common)";
+        if (!sandbox.StatusMonitorUp()) {
+            if (access("/usr/sbin/rpc.statd", X_OK) != 0)
+                GTEST_SKIP() << "rpc.statd is not installed (nfs-common)";
+            FAIL() << "rpc.statd did not register with the port mapper";
+        }
         ASSERT_TRUE(AddLoopbackAddress("127.0.0.2"));
         exportPath = sandbox.ExportRoot() + "/a";
         here = Browse("127.0.0.1");
