@@ -59,6 +59,16 @@ void StopPid(pid_t& pid) {
 
 bool Executable(const char* path) { return access(path, X_OK) == 0; }
 
+// The port mapper gives up root for its own user, which clears the parent-death signal: if the
+// test process crashes, the port mapper outlives it (harmlessly, in the dead namespace). It
+// must not hold the test's output open then, or whoever reads that output waits for ever.
+pid_t SpawnPortMapper() {
+    const int devnull = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const pid_t pid = SpawnChild({"/usr/sbin/rpcbind", "-f", "-w"}, devnull, devnull);
+    if (devnull >= 0) close(devnull);
+    return pid;
+}
+
 bool LoopbackUp() {
     const int s = socket(AF_INET, SOCK_DGRAM, 0);
     if (s < 0) return false;
@@ -124,7 +134,7 @@ bool NFSSandbox::Enter() {
 }
 
 bool NFSSandbox::StartPortMapper() {
-    m_rpcbind = SpawnChild({"/usr/sbin/rpcbind", "-f", "-w"});
+    m_rpcbind = SpawnPortMapper();
     // Installed and permitted, yet silent: a real failure, which the tests report.
     m_portMapperUp = m_rpcbind > 0 && WaitForRegistration(100000, 2, 10000);
     return m_portMapperUp;
@@ -228,7 +238,7 @@ int InFreshSandbox(bool withPortMapper, int (*fn)()) {
             mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
             mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0 && LoopbackUp()) {
             if (withPortMapper) {
-                rpcbind = SpawnChild({"/usr/sbin/rpcbind", "-f", "-w"});
+                rpcbind = SpawnPortMapper();
                 if (!WaitForRegistration(100000, 2, 10000)) StopPid(rpcbind);
             }
             if (!withPortMapper || rpcbind > 0) result = fn();
