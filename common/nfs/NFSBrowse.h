@@ -55,14 +55,46 @@ public:
     virtual bool Exports(std::vector<ExportInfo>& list) = 0;
     // Appends the export paths in the server's order; nothing is cleared first.
     virtual void ExportPaths(std::vector<std::string>& list) = 0;
+    // Appends an entry for every name in dir (nothing is cleared first), in the server's order,
+    // "." and ".." included when the server sends them, read with READDIRPLUS batch after batch
+    // (up to 1024 bytes of names and 8192 bytes of reply each; every request carries a zero
+    // cookie verifier, on purpose). Each entry has both paths dir.serverPath "/" name (one '/'
+    // only after a serverPath that ends with one), the attributes and handle as the reply
+    // carries them (zero and zero-length when it leaves them out) and dir's preferred sizes.
+    // False only when the first batch fails: its code in the last error, logged as
+    // "nfsproc3_readdirplus_3 (status %d, err 0x%8.8X)" host:dir.serverPath. A later batch
+    // that fails ends the listing with true and the entries gathered so far, without a log
+    // line or a last error (kept on purpose: a directory changing under the listing yields what
+    // could be read). The CancelledIf, asked after each batch, and a batch that brings no entry
+    // without ending the directory end the listing with true too. KX_E_NOT_INITIALISED for a
+    // dir without DirEntry::kMagic.
     virtual bool Entries(const DirEntry& dir, std::vector<DirEntry>& list) = 0;
     // A new entry for the server path, or null (KX_E_NFS_NO_EXPORT when no export serves it).
     virtual DirEntry* Open(const std::string& path, bool create, bool nearest) = 0;
     virtual bool Lookup(const DirEntry& dir, const std::string& name, DirEntry& entry) = 0;
-    // The number of bytes written (0 after a failure).
+    // Writes count bytes of data at offset with WRITE, UNSTABLE (no COMMIT follows: the server
+    // may hold the data in memory until it chooses to store it), in chunks sent one after
+    // another, each waiting for its reply. Chunk size: 4096 bytes over UDP; over TCP the file's
+    // readPreferred (the read size for writing, crossed on purpose and kept so) capped at
+    // kNFSMaxChunk, kNFSDefaultChunk when it is 0, or the whole count in one request when
+    // g_NFSUtils_FragmentCorrectly is cleared (nfs/kxNFSTransfer.h). The number of chunks is
+    // fixed before the first request and each chunk starts where the server's reported count
+    // left the last one, so a short write shifts the later chunks and leaves the tail
+    // unwritten: the result says how much was written.
+    // Returns the bytes written; 0 after a failed chunk, whatever earlier chunks wrote, with the
+    // code in the last error (logged as "nfsproc3_write_3 (status %d, err 0x%8.8X)", no
+    // detail). The CancelledIf, asked before each chunk, ends the transfer with the bytes
+    // written so far and no error. Counts above 2^32 - 1 are cut to it; a count of 0 sends
+    // nothing. A negative offset, or a null data with a nonzero count: 0 and KX_E_BAD_ARGUMENT;
+    // a file without DirEntry::kMagic: 0 and KX_E_NOT_INITIALISED; nothing is sent.
     virtual unsigned long Write(const DirEntry& file, const char* data, long long offset,
                                 unsigned long count) = 0;
-    // The number of bytes read (0 after a failure).
+    // Reads up to count bytes at offset into data with READ, in chunks cut as Write cuts them
+    // but with the file's writePreferred over TCP. The fixed number of chunks all go out, also
+    // past the end of the file (bringing nothing), so a read across the end returns the bytes
+    // that were there. No chunk copies more than it asked for, whatever the server claims.
+    // Returns the bytes read; failures (logged as "nfsproc3_read_3 (status %d, err 0x%8.8X)"),
+    // cancellation and bad arguments as for Write.
     virtual unsigned long Read(const DirEntry& file, char* data, long long offset,
                                unsigned long count) = 0;
     // Finds the export under which path lies: of the exports that are path itself or one of its
@@ -115,7 +147,19 @@ public:
     virtual bool LockFile(const DirEntry& file, bool lock, bool exclusive) = 0;
     virtual bool MakeLink(const DirEntry& entry, const DirEntry& dir, const std::string& name) = 0;
     // A new enumeration the caller deletes, or null.
+    // Starts an enumeration of dir: READDIRPLUS batches requested as Entries requests them, as
+    // they are used up, and entries made as Entries makes them. Returns a new handle that the
+    // caller deletes (before this object, whose connection it uses) with first = the first
+    // entry; or null with the last error 0 for an empty directory, or the code of the failed
+    // first batch, logged as "nfsproc3_readdirplus_3 (status %d, err 0x%8.8X)"
+    // host:dir.serverPath. Cancellation before the first entry gives null as the end does.
+    // KX_E_NOT_INITIALISED for a dir without DirEntry::kMagic.
     virtual NFSGetNextHandle* GetFirstDirEntry(const DirEntry& dir, DirEntry& first) = 0;
+    // The next entry of an enumeration. False at the end of the listing with the last error set
+    // to 0, or when a batch fails with its code (logged as above; unlike Entries, every batch
+    // counts): GetLastObjectError tells the end from a failure. A batch that brings no entry
+    // ends the listing. When the CancelledIf answers true: false, the last error unchanged.
+    // KX_E_BAD_ARGUMENT for a handle that GetFirstDirEntry of this kind of object did not make.
     virtual bool GetNextDirEntry(NFSGetNextHandle* handle, DirEntry& next) = 0;
     virtual bool SetAttributes(DirEntry& entry, uint32_t selection) = 0;
     virtual bool GetAttributes(DirEntry& entry) = 0;

@@ -62,6 +62,20 @@ private:
     // ---- end of object operations: private helpers ----
 
     // ---- Data transfer: private helpers ----
+    // The sequential transfer: args comes filled for the first chunk (handle, offset, and
+    // count = the chunk size); count comes in as the total to move. The number of chunks is
+    // fixed before the first request (total / chunk, plus one for a remainder, which the last
+    // chunk carries). Each chunk is one call that waits for its reply; offset and buffer
+    // advance by the count the server reports, so a short reply shifts the later chunks and
+    // the tail may stay unmoved. Cancellation between chunks ends the transfer as a success.
+    // True with count = the bytes moved; false with count = 0 and the translated code in the
+    // last error after the first failed chunk. res is the working result, released after each
+    // chunk.
+    bool StandardWrite(const char* data, unsigned int& count, write3args& args, write3res& res);
+    bool StandardRead(char* data, unsigned int& count, read3args& args, read3res& res);
+    // For the pipelined transfer: waits up to 10 seconds for the NFS socket to become readable
+    // or writable. True when it did not (time-out or error), false when it is ready.
+    bool Panic();
     // ---- end of data transfer: private helpers ----
 
     // ---- Directory listing: private helpers ----

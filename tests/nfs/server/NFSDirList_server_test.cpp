@@ -1,0 +1,374 @@
+// Directory listing: directories on nfs-ganesha listed by both routes over both transports and
+// compared with the local listing, and against the fake peer, the requests on the wire and the
+// batch failures a real server will not produce on demand.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kxFakeBrowse.h"
+#include "kxFakeNfs.h"
+#include "kxLogCapture.h"
+#include "kxNFSSandbox.h"
+#include "nfs/NFSBrowse.h"
+#include "xdr/nfs3_prot.h"
+
+using namespace kxNFSUtils;
+
+namespace {
+
+const std::vector<int> kGroups{0};
+
+const char* Name(eUseProtocol p) { return p == eUseUDP ? "udp" : "tcp"; }
+
+// Every entry of an enumeration; false in `ended` when it stopped on a failure.
+std::vector<DirEntry> Enumerate(NFSBrowse& browse, const DirEntry& dir, bool& ended) {
+    std::vector<DirEntry> list;
+    DirEntry next;
+    std::unique_ptr<NFSGetNextHandle> handle(browse.GetFirstDirEntry(dir, next));
+    if (handle) {
+        do list.push_back(next);
+        while (browse.GetNextDirEntry(handle.get(), next));
+    }
+    ended = browse.GetLastObjectError() == 0;
+    return list;
+}
+
+std::vector<std::string> Names(const std::vector<DirEntry>& list) {
+    std::vector<std::string> names;
+    for (const DirEntry& e : list) names.push_back(e.Name());
+    return names;
+}
+
+class NFSDirList : public ::testing::Test {
+protected:
+    void SetUp() override {
+        auto& sandbox = kxtest::NFSSandbox::Get();
+        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+        if (!sandbox.StartNFSServer()) {
+            if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+            FAIL() << sandbox.Failure();
+        }
+        root = sandbox.ExportRoot();
+    }
+
+    std::unique_ptr<NFSBrowse> Browse(eUseProtocol protocol) {
+        NFSBrowse* b = nullptr;
+        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), 0, kGroups, nullptr, protocol));
+        return std::unique_ptr<NFSBrowse>(b);
+    }
+
+    // A new directory root + "/a/" + name, made locally and then looked up through the server
+    // (which has never seen it, so it reads it from disk when it is first listed).
+    bool MakeDir(NFSBrowse& browse, const std::string& name, DirEntry& dir) {
+        const std::string path = root + "/a/" + name;
+        if (mkdir(path.c_str(), 0755) != 0) return false;
+        std::unique_ptr<DirEntry> found(browse.Open(path, false, false));
+        if (!found) return false;
+        dir = *found;
+        return dir.type == kDirEntryDirectory;
+    }
+
+    std::string root;
+};
+
+struct LocalEntry {
+    uint64_t size;
+    uint64_t inode;
+    bool directory;
+};
+
+std::map<std::string, LocalEntry> LocalListing(const std::string& path) {
+    std::map<std::string, LocalEntry> entries;
+    DIR* d = opendir(path.c_str());
+    if (d == nullptr) return entries;
+    while (dirent* e = readdir(d)) {
+        struct stat st;
+        if (stat((path + "/" + e->d_name).c_str(), &st) == 0)
+            entries[e->d_name] = {static_cast<uint64_t>(st.st_size), static_cast<uint64_t>(st.st_ino),
+                                  S_ISDIR(st.st_mode)};
+    }
+    closedir(d);
+    return entries;
+}
+
+TEST_F(NFSDirList, ThousandsOfEntriesByBothRoutesMatchLocalListing) {
+    auto browse = Browse(eUseTCP);
+    ASSERT_TRUE(browse);
+    DirEntry dir;
+    ASSERT_TRUE(MakeDir(*browse, "many", dir)) << std::hex << browse->GetLastObjectError();
+    // Filled behind the server's back, faster than through it.
+    for (int i = 0; i < 3000; ++i) {
+        char name[16];
+        snprintf(name, sizeof name, "e%05d", i);
+        const int fd = open((dir.serverPath + "/" + name).c_str(), O_CREAT | O_WRONLY, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(i % 7, write(fd, "1234567", static_cast<size_t>(i % 7)));
+        close(fd);
+    }
+    ASSERT_EQ(0, mkdir((dir.serverPath + "/sub").c_str(), 0755));
+    const auto local = LocalListing(dir.serverPath);
+    ASSERT_EQ(3003u, local.size());  // with "." and ".."
+
+    for (eUseProtocol protocol : {eUseTCP, eUseUDP}) {
+        auto b = Browse(protocol);
+        ASSERT_TRUE(b);
+        std::vector<DirEntry> all;
+        EXPECT_TRUE(b->Entries(dir, all));
+        bool ended = false;
+        const std::vector<DirEntry> one = Enumerate(*b, dir, ended);
+        EXPECT_TRUE(ended) << std::hex << b->GetLastObjectError();
+        for (const std::vector<DirEntry>* list : {&std::as_const(all), &one}) {
+            SCOPED_TRACE(std::string(Name(protocol)) + (list == &all ? " Entries" : " handle"));
+            // The server's own order, in full: the same names as the local listing, once each.
+            std::vector<std::string> names = Names(*list);
+            std::sort(names.begin(), names.end());
+            std::vector<std::string> want;
+            for (const auto& l : local) {
+                // The server may leave "." and ".." out; anything else must be there.
+                if ((l.first == "." || l.first == "..") &&
+                    std::find(names.begin(), names.end(), l.first) == names.end())
+                    continue;
+                want.push_back(l.first);
+            }
+            EXPECT_EQ(want, names);
+            for (const DirEntry& e : *list) {
+                const std::string name = e.Name();
+                if (name == "." || name == "..") continue;
+                SCOPED_TRACE(name);
+                const LocalEntry& l = local.at(name);
+                EXPECT_EQ(dir.serverPath + "/" + name, e.serverPath);
+                EXPECT_EQ(e.serverPath, e.path);
+                EXPECT_EQ(l.directory ? kDirEntryDirectory : kDirEntryRegular, e.type);
+                EXPECT_EQ(l.size, e.size);
+                EXPECT_EQ(l.inode, e.fileId);
+                EXPECT_GT(e.handleLength, 0u);
+                EXPECT_EQ(dir.readPreferred, e.readPreferred);
+                EXPECT_EQ(dir.writePreferred, e.writePreferred);
+                if (HasFailure()) break;  // one mismatch tells enough
+            }
+        }
+        // An entry of the listing is a working handle: its own listing works too.
+        const auto sub = std::find_if(all.begin(), all.end(),
+                                      [](const DirEntry& e) { return e.Name() == "sub"; });
+        ASSERT_NE(all.end(), sub);
+        std::vector<DirEntry> inner;
+        EXPECT_TRUE(b->Entries(*sub, inner));
+        EXPECT_LE(inner.size(), 2u);
+        EXPECT_EQ(0, b->GetLastObjectError());
+    }
+}
+
+TEST_F(NFSDirList, EmptyDirectoryEndsWithoutError) {
+    auto browse = Browse(eUseUDP);
+    ASSERT_TRUE(browse);
+    DirEntry dir;
+    ASSERT_TRUE(MakeDir(*browse, "empty", dir));
+    bool ended = false;
+    const std::vector<DirEntry> list = Enumerate(*browse, dir, ended);
+    EXPECT_TRUE(ended);
+    // Nothing, or only the two entries a server may list for every directory (nfs-ganesha
+    // does; the fake peer's empty directory gives the null first entry).
+    for (const std::string& name : Names(list)) EXPECT_TRUE(name == "." || name == "..") << name;
+    std::vector<DirEntry> all{DirEntry()};
+    EXPECT_TRUE(browse->Entries(dir, all));
+    EXPECT_EQ(list.size() + 1, all.size());  // appends, clears nothing
+}
+
+TEST_F(NFSDirList, StaleDirectoryFailsBothRoutes) {
+    for (eUseProtocol protocol : {eUseTCP, eUseUDP}) {
+        SCOPED_TRACE(Name(protocol));
+        auto browse = Browse(protocol);
+        ASSERT_TRUE(browse);
+        DirEntry dir;
+        ASSERT_TRUE(MakeDir(*browse, std::string("gone-") + Name(protocol), dir));
+        ASSERT_EQ(0, rmdir(dir.serverPath.c_str()));  // behind the server's back
+        kxtest::LogCapture log;
+        std::vector<DirEntry> list;
+        EXPECT_FALSE(browse->Entries(dir, list));
+        EXPECT_TRUE(list.empty());
+        EXPECT_EQ(KX_E_NFS_STALE, browse->GetLastObjectError());
+        EXPECT_TRUE(log.Has(KX_E_NFS_STALE, "nfsproc3_readdirplus_3 (status 70, err 0x00000000) "
+                                            "localhost:" + dir.serverPath));
+        DirEntry first;
+        EXPECT_EQ(nullptr, browse->GetFirstDirEntry(dir, first));
+        EXPECT_EQ(KX_E_NFS_STALE, browse->GetLastObjectError());
+    }
+}
+
+// ---- Against the fake peer ----
+
+constexpr uint32_t kEntries = 100;  // three batches: 40, 40, 20
+
+// The READDIRPLUS requests received so far, from the first'th on.
+std::vector<readdirplus3args> Requests(const kxtest::FakeNFS& fake, size_t first = 0) {
+    std::vector<readdirplus3args> requests;
+    const auto calls = fake.Calls(17);
+    for (size_t i = first; i < calls.size(); ++i) {
+        readdirplus3args a;
+        memset(&a, 0, sizeof a);
+        EXPECT_TRUE(calls[i].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_readdirplus3args), &a));
+        requests.push_back(a);
+        // The handle is checked right here, before it is released.
+        EXPECT_EQ(std::string("\x01\x02\x03\x04"), std::string(a.dir.data.data_val, a.dir.data.data_len));
+        calls[i].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_readdirplus3args), &a);
+    }
+    return requests;
+}
+
+// The entries the fake lists, from the first'th on, as the listing must make them.
+void ExpectFakeEntries(const std::vector<DirEntry>& list, const ExportInfo& dir, size_t count) {
+    ASSERT_EQ(count, list.size());
+    for (uint32_t i = 0; i < count; ++i) {
+        const DirEntry& e = list[i];
+        char name[16];
+        snprintf(name, sizeof name, "f%06u", i);
+        EXPECT_EQ("/export/000000/" + std::string(name), e.serverPath);
+        EXPECT_EQ(e.serverPath, e.path);
+        EXPECT_EQ(kDirEntryRegular, e.type);
+        EXPECT_EQ(i, e.size);
+        EXPECT_EQ(1000u + i, e.fileId);
+        const std::vector<char> h = kxfake::FakeEntryHandle(i);
+        EXPECT_EQ(h, std::vector<char>(e.handle, e.handle + e.handleLength));
+        EXPECT_EQ(dir.readPreferred, e.readPreferred);
+        EXPECT_EQ(dir.writePreferred, e.writePreferred);
+        if (::testing::Test::HasFailure()) return;
+    }
+}
+
+void ExpectBatchRequests(const std::vector<readdirplus3args>& requests, size_t batches) {
+    ASSERT_EQ(batches, requests.size());
+    const char zero[NFS3_COOKIEVERFSIZE] = {};
+    for (size_t i = 0; i < batches; ++i) {
+        SCOPED_TRACE(i);
+        // After the first, each request carries the cookie of the last entry received, and
+        // the verifier stays zero although the server sent another.
+        EXPECT_EQ(i == 0 ? 0 : kxfake::FakeCookie(i * kxfake::kFakeDirBatch - 1), requests[i].cookie);
+        EXPECT_EQ(0, memcmp(zero, requests[i].cookieverf, sizeof zero));
+        EXPECT_EQ(1024u, requests[i].dircount);
+        EXPECT_EQ(8192u, requests[i].maxcount);
+    }
+}
+
+void CookiesAndVerifierOnTheWire() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfs", kEntries));
+    ExportInfo dir;
+    auto udp = fake.Browse(eUseUDP, dir);
+    auto tcp = fake.Browse(eUseTCP, dir);
+    ASSERT_TRUE(udp && tcp);
+
+    std::vector<DirEntry> all;
+    EXPECT_TRUE(udp->Entries(dir, all));
+    ExpectFakeEntries(all, dir, kEntries);
+    ExpectBatchRequests(Requests(fake), 3);
+
+    bool ended = false;
+    const std::vector<DirEntry> one = Enumerate(*tcp, dir, ended);
+    EXPECT_TRUE(ended);
+    ExpectFakeEntries(one, dir, kEntries);
+    ExpectBatchRequests(Requests(fake, 3), 3);
+}
+
+TEST(NFSDirListFake, CookiesAndVerifierOnTheWire) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<CookiesAndVerifierOnTheWire>());
+}
+
+void LaterBatchFailure() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsdirstale", kEntries));
+    ExportInfo dir;
+    auto browse = fake.Browse(eUseTCP, dir);
+    ASSERT_TRUE(browse);
+    kxtest::LogCapture log;
+    // Entries: the first batch and success, silently.
+    std::vector<DirEntry> all;
+    EXPECT_TRUE(browse->Entries(dir, all));
+    ExpectFakeEntries(all, dir, kxfake::kFakeDirBatch);
+    EXPECT_EQ(0, browse->GetLastObjectError());
+    EXPECT_TRUE(log.Records().empty());
+    EXPECT_EQ(2u, Requests(fake).size());
+    // The enumeration: the first batch, then false with the code, logged.
+    bool ended = true;
+    const std::vector<DirEntry> one = Enumerate(*browse, dir, ended);
+    EXPECT_FALSE(ended);
+    ExpectFakeEntries(one, dir, kxfake::kFakeDirBatch);
+    EXPECT_EQ(KX_E_NFS_STALE, browse->GetLastObjectError());
+    ASSERT_EQ(1u, log.Records().size());
+    EXPECT_EQ("nfsproc3_readdirplus_3 (status 70, err 0x00000000) fake:/export/000000",
+              log.Records()[0].text);
+}
+
+TEST(NFSDirListFake, LaterBatchFailure) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<LaterBatchFailure>());
+}
+
+// Answers true from the given question on.
+struct CancelFrom final : CancelledIf {
+    bool Cancelled() override { return ++asked >= from; }
+    int asked = 0;
+    int from = 1 << 30;
+};
+
+void EmptyDirectoryAndCancellation() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfs", 0));
+    ExportInfo dir;
+    CancelFrom cancel;
+    {
+        auto browse = fake.Browse(eUseUDP, dir);
+        ASSERT_TRUE(browse);
+        DirEntry first;
+        EXPECT_EQ(nullptr, browse->GetFirstDirEntry(dir, first));
+        EXPECT_EQ(0, browse->GetLastObjectError());
+        std::vector<DirEntry> all;
+        EXPECT_TRUE(browse->Entries(dir, all));
+        EXPECT_TRUE(all.empty());
+    }
+
+    ASSERT_TRUE(fake.Start("nfs", kEntries));
+    auto browse = fake.Browse(eUseUDP, dir, &cancel);
+    ASSERT_TRUE(browse);
+    const size_t before = Requests(fake).size();  // the record goes on across restarts
+    // Entries asks after each batch: cancelled after the first, it ends with that batch.
+    cancel.asked = 0;
+    cancel.from = 1;
+    std::vector<DirEntry> all;
+    EXPECT_TRUE(browse->Entries(dir, all));
+    ExpectFakeEntries(all, dir, kxfake::kFakeDirBatch);
+    EXPECT_EQ(1u, Requests(fake, before).size());
+
+    // The enumeration asks before each entry: false, with the last error left as it was.
+    cancel.from = 1 << 30;
+    DirEntry next;
+    std::unique_ptr<NFSGetNextHandle> handle(browse->GetFirstDirEntry(dir, next));
+    ASSERT_TRUE(handle);
+    EXPECT_FALSE(browse->GetNextDirEntry(nullptr, next));
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, browse->GetLastObjectError());
+    cancel.asked = 0;
+    cancel.from = 1;
+    EXPECT_FALSE(browse->GetNextDirEntry(handle.get(), next));
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, browse->GetLastObjectError());
+    // Taken up again, it continues where it stopped.
+    cancel.from = 1 << 30;
+    ASSERT_TRUE(browse->GetNextDirEntry(handle.get(), next));
+    EXPECT_EQ("f000001", next.Name());
+}
+
+TEST(NFSDirListFake, EmptyDirectoryAndCancellation) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<EmptyDirectoryAndCancellation>());
+}
+
+}  // namespace

@@ -1,0 +1,359 @@
+// Data transfer: files written and read back through nfs-ganesha over both transports, and
+// against the fake peer, the chunks that go on the wire and the faults a real server will not
+// produce on demand.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kxFakeBrowse.h"
+#include "kxFakeNfs.h"
+#include "kxLogCapture.h"
+#include "kxNFSSandbox.h"
+#include "nfs/NFSBrowse.h"
+#include "nfs/kxNFSTransfer.h"
+#include "xdr/nfs3_prot.h"
+
+using namespace kxNFSUtils;
+
+namespace {
+
+const std::vector<int> kGroups{0};
+
+std::vector<char> RandomBytes(size_t n, unsigned seed) {
+    std::mt19937 gen(seed);
+    std::vector<char> v(n);
+    for (char& c : v) c = static_cast<char>(gen());
+    return v;
+}
+
+std::vector<char> LocalFile(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    return std::vector<char>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}
+
+const char* Name(eUseProtocol p) { return p == eUseUDP ? "udp" : "tcp"; }
+
+// Restores the process-wide switch whatever a test does.
+struct FragmentSwitch {
+    explicit FragmentSwitch(bool on) { g_NFSUtils_FragmentCorrectly = on; }
+    ~FragmentSwitch() { g_NFSUtils_FragmentCorrectly = true; }
+};
+
+class NFSTransfer : public ::testing::Test {
+protected:
+    void SetUp() override {
+        auto& sandbox = kxtest::NFSSandbox::Get();
+        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+        if (!sandbox.StartNFSServer()) {
+            if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+            FAIL() << sandbox.Failure();
+        }
+        root = sandbox.ExportRoot();
+    }
+
+    std::unique_ptr<NFSBrowse> Browse(eUseProtocol protocol) {
+        NFSBrowse* b = nullptr;
+        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), 0, kGroups, nullptr, protocol));
+        return std::unique_ptr<NFSBrowse>(b);
+    }
+
+    // A new empty file at root + rel, made through the server.
+    std::unique_ptr<DirEntry> Create(NFSBrowse& browse, const std::string& rel) {
+        std::unique_ptr<DirEntry> e(browse.Open(root + rel, true, false));
+        EXPECT_TRUE(e) << rel << ": 0x" << std::hex << browse.GetLastObjectError();
+        return e;
+    }
+
+    std::string root;
+};
+
+TEST_F(NFSTransfer, EdgeSizesRoundTripOverBothTransports) {
+    // "/data" prefers 64 KiB; "/a" has the server's defaults, whose preferred sizes (64 MiB)
+    // only work through the cap.
+    const size_t sizes[] = {0, 1, 4095, 4096, 4097, (3u << 20) + 5};
+    for (eUseProtocol protocol : {eUseTCP, eUseUDP}) {
+        auto browse = Browse(protocol);
+        ASSERT_TRUE(browse);
+        for (const char* exportDir : {"/data", "/a"}) {
+            for (size_t size : sizes) {
+                const std::string rel = std::string(exportDir) + "/rt-" + Name(protocol) + "-" +
+                                        std::to_string(size);
+                SCOPED_TRACE(rel);
+                auto file = Create(*browse, rel);
+                ASSERT_TRUE(file);
+                const std::vector<char> bytes = RandomBytes(size, static_cast<unsigned>(size));
+                EXPECT_EQ(size, browse->Write(*file, bytes.data(), 0, size));
+                EXPECT_EQ(bytes, LocalFile(root + rel));
+                std::vector<char> back(size + 16, '\x5a');
+                EXPECT_EQ(size, browse->Read(*file, back.data(), 0, size));
+                EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), back.begin()));
+                EXPECT_EQ(std::vector<char>(16, '\x5a'),
+                          std::vector<char>(back.end() - 16, back.end()));  // nothing beyond
+            }
+        }
+        EXPECT_EQ(0, browse->GetLastObjectError());
+    }
+}
+
+TEST_F(NFSTransfer, OffsetsWithinAndPastTheEnd) {
+    for (eUseProtocol protocol : {eUseTCP, eUseUDP}) {
+        SCOPED_TRACE(Name(protocol));
+        auto browse = Browse(protocol);
+        ASSERT_TRUE(browse);
+        const std::string rel = std::string("/data/offsets-") + Name(protocol);
+        auto file = Create(*browse, rel);
+        ASSERT_TRUE(file);
+        std::vector<char> bytes = RandomBytes(10000, 1);
+        ASSERT_EQ(10000u, browse->Write(*file, bytes.data(), 0, bytes.size()));
+        // Overwriting in the middle moves exactly those bytes.
+        const std::vector<char> patch = RandomBytes(5000, 2);
+        EXPECT_EQ(5000u, browse->Write(*file, patch.data(), 4000, patch.size()));
+        std::copy(patch.begin(), patch.end(), bytes.begin() + 4000);
+        EXPECT_EQ(bytes, LocalFile(root + rel));
+
+        // Across the end: the bytes that are there, nothing copied beyond them.
+        std::vector<char> back(8192, '\x5a');
+        EXPECT_EQ(100u, browse->Read(*file, back.data(), 9900, back.size()));
+        EXPECT_TRUE(std::equal(bytes.end() - 100, bytes.end(), back.begin()));
+        EXPECT_EQ('\x5a', back[100]);
+        // Far more than the file holds: the chunks after the end bring nothing.
+        std::vector<char> all(50000, '\x5a');
+        EXPECT_EQ(10000u, browse->Read(*file, all.data(), 0, all.size()));
+        EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), all.begin()));
+        EXPECT_EQ('\x5a', all[10000]);
+        // At and past the end: nothing, and no failure.
+        EXPECT_EQ(0u, browse->Read(*file, back.data(), 10000, 100));
+        EXPECT_EQ(0u, browse->Read(*file, back.data(), 1ll << 40, 100));
+        EXPECT_EQ(0, browse->GetLastObjectError());
+
+        // Arguments that send nothing.
+        EXPECT_EQ(0u, browse->Read(*file, back.data(), -1, 10));
+        EXPECT_EQ(KX_E_BAD_ARGUMENT, browse->GetLastObjectError());
+        EXPECT_EQ(0u, browse->Write(*file, nullptr, 0, 10));
+        EXPECT_EQ(KX_E_BAD_ARGUMENT, browse->GetLastObjectError());
+        DirEntry dead = *file;
+        dead.magic = 0;
+        EXPECT_EQ(0u, browse->Read(dead, back.data(), 0, 10));
+        EXPECT_EQ(KX_E_NOT_INITIALISED, browse->GetLastObjectError());
+    }
+}
+
+TEST_F(NFSTransfer, WholeRequestsAboveTheServerLimits) {
+    // With fragmentation off, what the switch's declaration says of nfs-ganesha: a request
+    // above the export's maximum ("/data": 64 KiB) comes back short in both directions, and one
+    // beyond the RPC record the server takes fails as a whole.
+    auto browse = Browse(eUseTCP);
+    ASSERT_TRUE(browse);
+    auto file = Create(*browse, "/data/whole");
+    ASSERT_TRUE(file);
+    const std::vector<char> bytes = RandomBytes(200000, 3);
+    ASSERT_EQ(bytes.size(), browse->Write(*file, bytes.data(), 0, bytes.size()));
+
+    FragmentSwitch off(false);
+    std::vector<char> back(bytes.size());
+    EXPECT_EQ(65536u, browse->Read(*file, back.data(), 0, back.size()));
+    EXPECT_TRUE(std::equal(back.begin(), back.begin() + 65536, bytes.begin()));
+    const std::vector<char> other = RandomBytes(200000, 4);
+    EXPECT_EQ(65536u, browse->Write(*file, other.data(), 0, other.size()));
+    const std::vector<char> local = LocalFile(root + "/data/whole");
+    ASSERT_EQ(bytes.size(), local.size());
+    EXPECT_TRUE(std::equal(local.begin(), local.begin() + 65536, other.begin()));
+    EXPECT_TRUE(std::equal(local.begin() + 65536, local.end(), bytes.begin() + 65536));
+    EXPECT_EQ(0, browse->GetLastObjectError());
+
+    auto big = Create(*browse, "/a/whole");
+    ASSERT_TRUE(big);
+    const std::vector<char> huge(70u << 20, 'h');
+    kxtest::LogCapture log;
+    EXPECT_EQ(0u, browse->Write(*big, huge.data(), 0, huge.size()));
+    EXPECT_EQ(KX_E_RPC_SYSTEM, browse->GetLastObjectError());
+    EXPECT_TRUE(log.Has(KX_E_RPC_SYSTEM, "nfsproc3_write_3 (status 0, err 0x0000000B)"));
+}
+
+// ---- Against the fake peer ----
+
+using kxfake::Call;
+
+struct Chunk {
+    uint64_t offset;
+    uint32_t count;
+    std::vector<char> data;  // WRITE only
+    stable_how stable;
+};
+
+std::vector<Chunk> Writes(const kxtest::FakeNFS& fake) {
+    std::vector<Chunk> chunks;
+    for (const Call& c : fake.Calls(7)) {
+        write3args a;
+        memset(&a, 0, sizeof a);
+        EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_write3args), &a));
+        chunks.push_back({a.offset, a.count,
+                          std::vector<char>(a.data.data_val, a.data.data_val + a.data.data_len),
+                          a.stable});
+        c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_write3args), &a);
+    }
+    return chunks;
+}
+
+std::vector<Chunk> Reads(const kxtest::FakeNFS& fake) {
+    std::vector<Chunk> chunks;
+    for (const Call& c : fake.Calls(6)) {
+        read3args a;
+        memset(&a, 0, sizeof a);
+        EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a));
+        chunks.push_back({a.offset, a.count, {}, UNSTABLE});
+        c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a);
+    }
+    return chunks;
+}
+
+// (offset, count) of each chunk from the first'th on.
+std::vector<std::pair<uint64_t, uint32_t>> Layout(const std::vector<Chunk>& chunks,
+                                                  size_t first = 0) {
+    std::vector<std::pair<uint64_t, uint32_t>> v;
+    for (size_t i = first; i < chunks.size(); ++i) v.emplace_back(chunks[i].offset, chunks[i].count);
+    return v;
+}
+
+bool FakeFileAt(const std::vector<char>& buffer, uint64_t offset) {
+    for (size_t i = 0; i < buffer.size(); ++i)
+        if (buffer[i] != kxfake::FakeFileByte(offset + i)) return false;
+    return true;
+}
+
+constexpr uint32_t kMiB = 1u << 20;
+constexpr uint32_t kFakeFileSize = 2 * kMiB + kMiB / 2 + 3;
+
+void ChunksOnTheWire() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfs", static_cast<int>(kFakeFileSize)));
+    ExportInfo dir;
+    auto udp = fake.Browse(eUseUDP, dir);
+    auto tcp = fake.Browse(eUseTCP, dir);
+    ASSERT_TRUE(udp && tcp);
+    ASSERT_EQ(64 * kMiB, dir.readPreferred);
+    const std::vector<char> bytes = RandomBytes(kFakeFileSize, 4);
+
+    // UDP: 4096-byte chunks whatever the entry prefers, the last one the remainder.
+    EXPECT_EQ(10000u, udp->Write(dir, bytes.data(), 0, 10000));
+    std::vector<Chunk> w = Writes(fake);
+    using L = std::vector<std::pair<uint64_t, uint32_t>>;
+    EXPECT_EQ((L{{0, 4096}, {4096, 4096}, {8192, 1808}}), Layout(w));
+    for (const Chunk& c : w) {
+        EXPECT_EQ(UNSTABLE, c.stable);
+        EXPECT_TRUE(std::equal(c.data.begin(), c.data.end(), bytes.begin() + static_cast<long>(c.offset)));
+        EXPECT_EQ(c.count, c.data.size());
+    }
+
+    // TCP: the preferred 64 MiB capped at 1 MiB, both directions.
+    EXPECT_EQ(kFakeFileSize, tcp->Write(dir, bytes.data(), 0, kFakeFileSize));
+    EXPECT_EQ((L{{0, kMiB}, {kMiB, kMiB}, {2 * kMiB, kMiB / 2 + 3}}), Layout(Writes(fake), 3));
+    std::vector<char> back(kFakeFileSize);
+    EXPECT_EQ(kFakeFileSize, tcp->Read(dir, back.data(), 0, back.size()));
+    EXPECT_TRUE(FakeFileAt(back, 0));
+    EXPECT_EQ((L{{0, kMiB}, {kMiB, kMiB}, {2 * kMiB, kMiB / 2 + 3}}), Layout(Reads(fake)));
+
+    // A zero preferred size: UDP-sized chunks rather than a division by zero.
+    DirEntry unknown = dir;
+    unknown.readPreferred = unknown.writePreferred = 0;
+    EXPECT_EQ(5000u, tcp->Write(unknown, bytes.data(), 100, 5000));
+    EXPECT_EQ((L{{100, 4096}, {4196, 904}}), Layout(Writes(fake), 6));
+
+    {
+        // Fragmentation off: one request of the whole count over TCP; UDP keeps its chunks.
+        FragmentSwitch off(false);
+        EXPECT_EQ(10000u, tcp->Write(dir, bytes.data(), 0, 10000));
+        EXPECT_EQ((L{{0, 10000}}), Layout(Writes(fake), 8));
+        std::vector<char> part(10000);
+        EXPECT_EQ(10000u, tcp->Read(dir, part.data(), 7, part.size()));
+        EXPECT_TRUE(FakeFileAt(part, 7));
+        EXPECT_EQ((L{{7, 10000}}), Layout(Reads(fake), 3));
+        EXPECT_EQ(10000u, udp->Write(dir, bytes.data(), 0, 10000));
+        EXPECT_EQ(3u, Writes(fake).size() - 9);
+        EXPECT_EQ(0u, tcp->Write(dir, bytes.data(), 0, 0));  // nothing to send
+        EXPECT_EQ(12u, Writes(fake).size());
+    }
+    EXPECT_TRUE(fake.Calls(21).empty());  // never a COMMIT
+    EXPECT_EQ(0, udp->GetLastObjectError());
+    EXPECT_EQ(0, tcp->GetLastObjectError());
+}
+
+TEST(NFSTransferFake, ChunksOnTheWire) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<ChunksOnTheWire>());
+}
+
+void ShortWriteShiftsLaterChunks() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsshortwrite", 0));
+    ExportInfo dir;
+    auto udp = fake.Browse(eUseUDP, dir);
+    ASSERT_TRUE(udp);
+    const std::vector<char> bytes = RandomBytes(10000, 5);
+    // The server takes 1000 bytes of each chunk: three chunks still, each starting where the
+    // last one's accepted bytes ended, the result their sum.
+    EXPECT_EQ(3000u, udp->Write(dir, bytes.data(), 50, bytes.size()));
+    const std::vector<Chunk> w = Writes(fake);
+    using L = std::vector<std::pair<uint64_t, uint32_t>>;
+    EXPECT_EQ((L{{50, 4096}, {1050, 4096}, {2050, 1808}}), Layout(w));
+    for (size_t i = 0; i < w.size(); ++i)
+        EXPECT_TRUE(std::equal(w[i].data.begin(), w[i].data.end(), bytes.begin() + 1000 * i)) << i;
+    EXPECT_EQ(0, udp->GetLastObjectError());
+}
+
+TEST(NFSTransferFake, ShortWriteShiftsLaterChunks) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<ShortWriteShiftsLaterChunks>());
+}
+
+// Answers true from the given question on.
+struct CancelFrom final : CancelledIf {
+    bool Cancelled() override { return ++asked >= from; }
+    int asked = 0;
+    int from = 1 << 30;
+};
+
+void FailedChunkAndCancellation() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsfailat8k", static_cast<int>(kFakeFileSize)));
+    ExportInfo dir;
+    CancelFrom cancel;
+    auto udp = fake.Browse(eUseUDP, dir, &cancel);
+    ASSERT_TRUE(udp);
+    const std::vector<char> bytes = RandomBytes(10000, 6);
+    std::vector<char> back(10000);
+    {
+        // The third chunk fails: 0 for the whole transfer, whatever the first two moved.
+        kxtest::LogCapture log;
+        EXPECT_EQ(0u, udp->Write(dir, bytes.data(), 0, bytes.size()));
+        EXPECT_EQ(KX_E_NFS_ACCESS, udp->GetLastObjectError());
+        EXPECT_EQ(3u, Writes(fake).size());
+        EXPECT_EQ(0u, udp->Read(dir, back.data(), 0, back.size()));
+        EXPECT_EQ(KX_E_NFS_ACCESS, udp->GetLastObjectError());
+        ASSERT_EQ(2u, log.Records().size());
+        EXPECT_EQ("nfsproc3_write_3 (status 13, err 0x00000000)", log.Records()[0].text);
+        EXPECT_EQ("nfsproc3_read_3 (status 13, err 0x00000000)", log.Records()[1].text);
+    }
+    // Cancelled before the third chunk: the bytes moved so far, and no failure.
+    cancel.asked = 0;
+    cancel.from = 3;
+    EXPECT_EQ(8192u, udp->Write(dir, bytes.data(), 0, bytes.size()));
+    EXPECT_EQ(5u, Writes(fake).size());
+    cancel.asked = 0;
+    EXPECT_EQ(8192u, udp->Read(dir, back.data(), 0, back.size()));
+    back.resize(8192);
+    EXPECT_TRUE(FakeFileAt(back, 0));
+    EXPECT_EQ(KX_E_NFS_ACCESS, udp->GetLastObjectError());  // unchanged
+}
+
+TEST(NFSTransferFake, FailedChunkAndCancellation) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<FailedChunkAndCancellation>());
+}
+
+}  // namespace

@@ -1,0 +1,97 @@
+// A browse object against the fake peer: MOUNT in mode "accept" (one export, /export/000000,
+// with a 4-byte root handle 01 02 03 04) and NFS in one of the NFS modes (fake/kxFakeNfs.h),
+// every NFS call recorded so that a test can check what went on the wire.
+//
+// The real server holds both programs in the test's sandbox, so these tests run in a fresh one
+// of their own: RunInFakeSandbox<Body>() runs Body in a forked child (kxtest::InFreshSandbox),
+// where gtest assertions report as usual; the child's answer says whether any failed.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kxFakeRecord.h"
+#include "kxNFSSandbox.h"
+#include "nfs/NFSBrowse.h"
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace kxtest {
+
+class FakeNFS {
+public:
+    FakeNFS() = default;
+    ~FakeNFS() { Stop(); }
+    FakeNFS(const FakeNFS&) = delete;
+    FakeNFS& operator=(const FakeNFS&) = delete;
+
+    // Starts the two peers (again, after Stop); false when either did not come up.
+    bool Start(const std::string& nfsMode, int count) {
+        Stop();
+        auto& sandbox = NFSSandbox::Get();
+        m_mount = sandbox.StartFake(100005, 3, "accept", 1);
+        m_nfs = sandbox.StartFake(100003, 3, nfsMode, count, m_record);
+        return m_mount > 0 && m_nfs > 0;
+    }
+
+    void Stop() {
+        if (m_nfs > 0) NFSSandbox::Get().Stop(m_nfs);
+        if (m_mount > 0) NFSSandbox::Get().Stop(m_mount);
+        m_nfs = m_mount = -1;
+    }
+
+    // A browse object on the fakes named "fake" in log lines, and the root of its export
+    // (mounted, with the figures the NFS mode gives). Null after a failed assertion.
+    std::unique_ptr<kxNFSUtils::NFSBrowse> Browse(kxNFSUtils::eUseProtocol protocol,
+                                                  kxNFSUtils::ExportInfo& root,
+                                                  kxNFSUtils::CancelledIf* cancel = nullptr) {
+        kxNFSUtils::NFSBrowse* b = nullptr;
+        const long rc = kxNFSUtils::CreateNFSBrowse(b, inet_addr("127.0.0.1"), 0, {0}, cancel,
+                                                    protocol, "fake");
+        EXPECT_EQ(0, rc);
+        std::unique_ptr<kxNFSUtils::NFSBrowse> browse(b);
+        if (!browse) return browse;
+        root = kxNFSUtils::ExportInfo();
+        EXPECT_TRUE(browse->FindMountPoint("/export/000000", root));
+        return browse;
+    }
+
+    // The NFS calls of one procedure received so far, in arrival order.
+    std::vector<kxfake::Call> Calls(uint32_t procedure) const {
+        std::vector<kxfake::Call> calls;
+        for (kxfake::Call& c : kxfake::ReadRecord(m_record))
+            if (c.procedure == procedure) calls.push_back(std::move(c));
+        return calls;
+    }
+
+private:
+    TempDir m_dir;
+    std::string m_record = m_dir / "nfs-calls";
+    pid_t m_mount = -1;
+    pid_t m_nfs = -1;
+};
+
+// Body's verdict from inside the child: 0 when no assertion failed and, in the sanitizer
+// build, nothing leaked (the child ends with _exit, past the exit-time leak check).
+template <void (*Body)()>
+int FakeSandboxChild() {
+    Body();
+#ifdef __SANITIZE_ADDRESS__
+    if (__lsan_do_recoverable_leak_check() != 0) ADD_FAILURE() << "leaks, see above";
+#endif
+    return ::testing::Test::HasFailure() ? 1 : 0;
+}
+
+// Runs Body in a fresh sandbox with its own port mapper; true when it passed.
+template <void (*Body)()>
+bool RunInFakeSandbox() {
+    return InFreshSandbox(true, FakeSandboxChild<Body>) == 0;
+}
+
+}  // namespace kxtest
