@@ -175,9 +175,11 @@ public:
     // never waiting. 0; KX_S_WAIT_TIMEOUT while another client holds a conflicting lock (or
     // the server is in its grace period); KX_E_FILE_LOCK when the lock manager cannot be
     // reached or refuses otherwise, or the access does not fit (shared needs read access,
-    // exclusive write access); KX_E_REFUSED with no file open. Unlike a local lock, all
-    // handles of one process share one lock owner and so never exclude each other, and a lock
-    // whose process dies stays on the server until the server forgets it.
+    // exclusive write access); KX_E_REFUSED with no file open. Unlike a local lock, the
+    // handles of all processes of this machine are one lock owner to the server
+    // (NFSBrowse::LockFile), so they exclude other machines but never one another, and a lock
+    // whose process dies stays on the server until the server forgets it. Closing the handle
+    // releases its lock.
     long TryLockFile(bool exclusive) override;
     long UnlockFile() override;
 

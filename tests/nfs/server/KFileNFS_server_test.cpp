@@ -506,6 +506,43 @@ TEST_F(KFileNFSTest, QueriesAndHandleRecords) {
     EXPECT_EQ(nullptr, record.MapViewOfFile(FILE_MAP_READ, 0, 0, 1));
 }
 
+TEST_F(KFileNFSTest, LocksGoThroughTheServersLockManager) {
+    if (!kxtest::NFSSandbox::Get().StatusMonitorUp())
+        GTEST_SKIP() << "rpc.statd is not installed: the server grants no locks";
+    Put(Local("f"), "locked");
+    KFile reader, writer;
+    EXPECT_EQ(KX_E_REFUSED, reader.TryLockFile(false)) << "nothing open";
+    ASSERT_EQ(0u, Open(reader, Remote("f"), OPEN_EXISTING, GENERIC_READ));
+    ASSERT_EQ(0u, Open(writer, Remote("f"), OPEN_EXISTING));
+    EXPECT_EQ(KX_E_FILE_LOCK, reader.TryLockFile(true)) << "exclusive needs write access";
+    EXPECT_EQ(KX_OK, reader.TryLockFile(false));
+    EXPECT_EQ(KX_OK, reader.UnlockFile());
+
+    // Another owner: the server tells owners apart by the client's address, and a browse
+    // object that reaches it at 127.0.0.1 comes from there.
+    kxNFSUtils::NFSBrowse* b = nullptr;
+    ASSERT_EQ(KX_OK, kxNFSUtils::CreateNFSBrowse(b, std::string("127.0.0.1"), 0, {0}, nullptr,
+                                                 kxNFSUtils::eUseTCP));
+    std::unique_ptr<kxNFSUtils::NFSBrowse> other(b);
+    std::unique_ptr<kxNFSUtils::DirEntry> entry(other->Open(Local("f"), false, false));
+    ASSERT_TRUE(entry);
+    ASSERT_TRUE(other->LockFile(*entry, true, true));
+    EXPECT_EQ(KX_S_WAIT_TIMEOUT, writer.TryLockFile(true)) << "held elsewhere: try again later";
+    EXPECT_EQ(KX_S_WAIT_TIMEOUT, reader.TryLockFile(false));
+    ASSERT_TRUE(other->LockFile(*entry, false, true));
+
+    // Closing a handle releases its whole lock, even after the size the lock's range was
+    // computed from has shrunk.
+    ASSERT_TRUE(Write(writer, std::string(20000, 'w')));
+    ASSERT_EQ(KX_OK, writer.TryLockFile(true));
+    EXPECT_FALSE(other->LockFile(*entry, true, false));
+    writer.SetFilePointer(0, nullptr, FILE_BEGIN);
+    ASSERT_TRUE(writer.SetEndOfFile());
+    writer.CloseHandle();
+    EXPECT_TRUE(other->LockFile(*entry, true, true));
+    EXPECT_TRUE(other->LockFile(*entry, false, true));
+}
+
 TEST_F(KFileNFSTest, CopiesThroughAProgramThatOnlyUsesKFile) {
     const std::string tool = kxtest::ProgramDir() + "/kx_kfile_copy";
     const std::string data = RandomBytes(3 * 1024 * 1024 + 123, 5);
