@@ -32,7 +32,9 @@ public:
     // over TCP, then UDP, with the object's credentials. When the port mapper says that version
     // is not registered, the other one (1 or 4) is tried and, if it connects, remembered in
     // lockVersion. Null when nothing connects; nothing is remembered then, so a later call
-    // tries again. The handle lives as long as lockClient.
+    // tries again. The handle lives as long as lockClient. A port mapper that hands out another
+    // version's port for a missing one (rpcbind does) lets a version-1 client connect to a
+    // version-4-only lock manager: LockFile's first request finds out and replaces it.
     CLIENT* GetLockClient();
     long GetLastObjectError() override { return lastError; }
 
