@@ -1,8 +1,11 @@
 #include "log/KLogFile.h"
 
 #include <pthread.h>
-#include <unistd.h>
 
+#include <cstring>
+#include <initializer_list>
+
+#include "log/kxLogProcess.h"
 #include "platform/kxWin32.h"
 
 _FILETIME KLogRec::GetTimeStamp() const {
@@ -54,7 +57,12 @@ const KLogRec* KLogFile::LastRec() const {
 const KLogRec* KLogFile::FirstRec() const {
     if (!IsHdrDataValid() || RecordCount() == 0) return nullptr;
     const KLogRec* rec = RecordAt(kxLogFileHeaderSize);
-    if (rec == nullptr) return nullptr;
+    // A record numbered past the count at the first position is an append that never
+    // completed (or was wiped); the newest record leads back to the oldest just as well.
+    if (rec == nullptr || rec->GetRecNum() == 0 || rec->GetRecNum() > RecordCount()) {
+        rec = Numbered(LastRecOffset(), RecordCount());
+        if (rec == nullptr) return nullptr;
+    }
     // Each step lands on a record numbered one less, so the chain cannot loop.
     while (rec->GetPrevRecOffset() != 0) {
         const KLogRec* older = Numbered(rec->GetPrevRecOffset(), rec->GetRecNum() - 1);
@@ -118,14 +126,30 @@ long KLogFile::NewRecord(kxLogRecType type, unsigned long flags, unsigned long p
                          void** payload) {
     _FILETIME now;
     GetSystemTimeAsFileTime(&now);
-    return NewRecord(now, static_cast<unsigned long>(getpid()),
-                     static_cast<unsigned long>(pthread_self()), type, flags, payloadSize,
-                     payload);
+    return NewRecord(now, kxLogProcessId(), static_cast<unsigned long>(pthread_self()), type,
+                     flags, payloadSize, payload);
 }
 
 long KLogFile::NewRecord(const _FILETIME& stamp, unsigned long processId, unsigned long threadId,
                          kxLogRecType type, unsigned long flags, unsigned long payloadSize,
                          void** payload) {
+    return Append(stamp, processId, threadId, type, flags, payloadSize, nullptr, nullptr, payload);
+}
+
+long KLogFile::NewRecord(const _FILETIME& stamp, unsigned long processId, unsigned long threadId,
+                         kxLogRecType type, unsigned long flags, unsigned long payloadSize,
+                         const void* data, KLogAppendJournal* journal) {
+    return Append(stamp, processId, threadId, type, flags, payloadSize, data, journal, nullptr);
+}
+
+// The stores below are made in the order written: what matters is the state that another
+// process finds after this one was killed at any instruction, and a killed process leaves
+// exactly the stores it had made so far. Only the compiler could reorder them.
+#define KX_LOG_ORDER() __atomic_signal_fence(__ATOMIC_SEQ_CST)
+
+long KLogFile::Append(const _FILETIME& stamp, unsigned long processId, unsigned long threadId,
+                      kxLogRecType type, unsigned long flags, unsigned long payloadSize,
+                      const void* data, KLogAppendJournal* journal, void** payload) {
     // Appending trusts the header it updates: only a sound native one is written to.
     if (!IsHdrDataValid() || IsOppositeEndian()) return KX_E_LOG_NO_STREAM;
     const uint32_t fileSize = m_dwSizeInBytes;
@@ -135,28 +159,49 @@ long KLogFile::NewRecord(const _FILETIME& stamp, unsigned long processId, unsign
     RecoverInterruptedAppend();
     const uint32_t size = static_cast<uint32_t>(payloadSize) + kxLogRecHeaderSize;
     const uint32_t space = KLogRecActualSize(size);
-    if (static_cast<uint64_t>(m_dwNextRecOffset) + space > fileSize) {
+    uint32_t offset = m_dwNextRecOffset;
+    const bool wraps = static_cast<uint64_t>(offset) + space > fileSize;
+    if (wraps) {
         if (static_cast<uint64_t>(space) + kxLogFileHeaderSize > fileSize) return KX_E_LOG_NO_STREAM;
-        m_dwNextRecOffset = kxLogFileHeaderSize;
-        ++m_dwWrapCount;
+        offset = kxLogFileHeaderSize;
     }
-    const uint32_t offset = m_dwNextRecOffset;
+    const uint32_t number = m_dwRecordCount + 1;
+    if (journal != nullptr) {
+        journal->offset = offset;
+        journal->space = space;
+        journal->count = m_dwRecordCount;
+        journal->wraps = m_dwWrapCount;
+        KX_LOG_ORDER();
+        journal->active = 1;
+        KX_LOG_ORDER();
+    }
     KLogRec* rec = reinterpret_cast<KLogRec*>(reinterpret_cast<uint8_t*>(this) + offset);
-    // The record is complete before the header points at it, so that a writer killed half-way
-    // leaves a state RecoverInterruptedAppend can finish or undo.
+    // The number first: from now on no walk takes whatever lay here for an older record. The
+    // whole record, payload included, is written before the header counts it, so a writer
+    // killed half-way leaves a record that no walk reaches (numbered past the count).
+    KLogRecInfo& info = rec->Info();
+    info.SetRecNum(number);
+    KX_LOG_ORDER();
     rec->SetSignature(kxLogRecSignature);
     rec->SetSize(size);
     rec->SetPrevRecOffset(m_dwLastRecOffset);
-    KLogRecInfo& info = rec->Info();
     info.SetProcessId(static_cast<uint32_t>(processId));
     info.SetThreadId(static_cast<uint32_t>(threadId));
-    info.SetRecNum(m_dwRecordCount + 1);
     info.SetFlags(static_cast<uint32_t>(flags));
     info.SetType(type);
     info.SetTimeStamp(stamp);
-    ++m_dwRecordCount;
+    if (data != nullptr && payloadSize != 0) memcpy(rec->Payload(), data, payloadSize);
+    KX_LOG_ORDER();
+    if (wraps) ++m_dwWrapCount;
+    m_dwRecordCount = number;
+    KX_LOG_ORDER();
     m_dwLastRecOffset = offset;
+    KX_LOG_ORDER();
     m_dwNextRecOffset = offset + space;
+    if (journal != nullptr) {
+        KX_LOG_ORDER();
+        journal->active = 0;
+    }
     if (payload != nullptr) *payload = rec->Payload();
     return KX_OK;
 }
@@ -174,14 +219,35 @@ void KLogFile::RecoverInterruptedAppend() {
             m_dwNextRecOffset = after;
         return;
     }
-    // Killed after counting its record but before pointing at it: the record is complete at
-    // the next offset (it was written first), so finish the append.
-    const KLogRec* pending = RecordAt(m_dwNextRecOffset);
-    if (pending != nullptr && pending->GetRecNum() == count &&
-        pending->GetPrevRecOffset() == m_dwLastRecOffset) {
-        m_dwLastRecOffset = m_dwNextRecOffset;
-        m_dwNextRecOffset += KLogRecActualSize(pending->GetSize());
+    // Killed after counting its record but before pointing at it: the record is complete (it
+    // was written first) at the next offset, or at the first position when it wrapped.
+    for (uint32_t at : {m_dwNextRecOffset, kxLogFileHeaderSize}) {
+        const KLogRec* pending = RecordAt(at);
+        if (pending != nullptr && pending->GetRecNum() == count &&
+            pending->GetPrevRecOffset() == m_dwLastRecOffset && at != m_dwLastRecOffset) {
+            m_dwLastRecOffset = at;
+            m_dwNextRecOffset = at + KLogRecActualSize(pending->GetSize());
+            return;
+        }
     }
+}
+
+void KLogFile::RecoverAppend(KLogAppendJournal& journal) {
+    if (journal.active == 0) return;
+    const uint32_t fileSize = m_dwSizeInBytes;
+    if (IsHdrDataValid() && !IsOppositeEndian() && journal.offset >= kxLogFileHeaderSize && journal.offset % 4 == 0 &&
+        static_cast<uint64_t>(journal.offset) + journal.space <= fileSize) {
+        if (m_dwRecordCount == journal.count) {
+            // Never counted: nothing points at it. Wipe it, and with it whatever it had half
+            // overwritten.
+            memset(reinterpret_cast<uint8_t*>(this) + journal.offset, 0, journal.space);
+            m_dwWrapCount = journal.wraps;
+        } else if (m_dwRecordCount == journal.count + 1) {
+            RecoverInterruptedAppend();
+        }
+    }
+    KX_LOG_ORDER();
+    journal.active = 0;
 }
 
 long KLogFile::WriteStartRec() {
@@ -191,14 +257,11 @@ long KLogFile::WriteStartRec() {
 
 long KLogFile::WriteResizeRec(unsigned long oldKB, unsigned long newKB) {
     if (!IsHdrDataValid()) return KX_E_LOG_NO_STREAM;
-    void* payload = nullptr;
-    long status = NewRecord(kxLogRecTypeResize, kxLogRecFlagsSystem, 8, &payload);
-    if (status == KX_OK) {
-        uint32_t* sizes = static_cast<uint32_t*>(payload);
-        sizes[0] = static_cast<uint32_t>(oldKB);
-        sizes[1] = static_cast<uint32_t>(newKB);
-    }
-    return status;
+    const uint32_t sizes[2] = {static_cast<uint32_t>(oldKB), static_cast<uint32_t>(newKB)};
+    _FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return NewRecord(now, kxLogProcessId(), static_cast<unsigned long>(pthread_self()),
+                     kxLogRecTypeResize, kxLogRecFlagsSystem, sizeof sizes, sizes, nullptr);
 }
 
 long KLogFile::ClearRecs() {

@@ -120,6 +120,20 @@ private:
     uint32_t m_dwPrevRecOffset;
 };
 
+// What an append is about to change, kept where the next holder of the lock finds it (the lock
+// file, log/KLogLock.h). A writer that dies inside its append leaves it active, and the next
+// holder of the lock finishes or discards that append with KLogFile::RecoverAppend. All fields
+// are 32-bit, so that processes of both targets read it alike. Whoever rebuilds the ring clears
+// it (the offsets describe one ring).
+struct KLogAppendJournal {
+    uint32_t active;  // 1 from before the record is written until the header points at it
+    uint32_t offset;  // where the record is being written
+    uint32_t space;   // bytes it occupies
+    uint32_t count;   // the header's record count before the append
+    uint32_t wraps;   // the header's wrap count before the append
+};
+static_assert(sizeof(KLogAppendJournal) == 20, "five 32-bit fields");
+
 // The file header, at offset 0 of the mapped image.
 class KLogFile {
 public:
@@ -146,7 +160,9 @@ public:
     const KLogRec* LastRec() const;
     // The oldest surviving record, found by following the previous-offset chain back from the
     // first record position while each step lands on the record numbered one less. Null if the
-    // header is not valid, the count is 0 or the record at the first position is damaged.
+    // header is not valid or the count is 0. When the first position holds no counted record
+    // (damaged, or an append there never completed) the chain is followed back from the
+    // newest record instead.
     const KLogRec* FirstRec() const;
 
     // False unless 28 <= offset <= size; then as below for the record there.
@@ -188,6 +204,17 @@ public:
     long NewRecord(const _FILETIME& stamp, unsigned long processId, unsigned long threadId,
                    kxLogRecType type, unsigned long flags, unsigned long payloadSize,
                    void** payload);
+    // The same with the payload copied from data (payloadSize bytes) before the record is
+    // counted: a writer killed at any point leaves either the whole record or none of it.
+    // With a journal, the append is recorded there first (see KLogAppendJournal).
+    long NewRecord(const _FILETIME& stamp, unsigned long processId, unsigned long threadId,
+                   kxLogRecType type, unsigned long flags, unsigned long payloadSize,
+                   const void* data, KLogAppendJournal* journal);
+    // Finishes or discards the append a journal describes, if it is still active: a record
+    // that was counted is linked into the header; one that was not is wiped (its bytes
+    // zeroed, so that no half-written header can be taken for a record) and the wrap count
+    // restored. The journal is then inactive. Call under the lock, on a native image.
+    void RecoverAppend(KLogAppendJournal& journal);
 
     // "STRT", flags 2; refused unless the header is valid and the file holds no record.
     long WriteStartRec();
@@ -202,6 +229,9 @@ private:
     // Completes the header after a writer died between counting its record and advancing the
     // offsets, so that the numbers stay contiguous for the walks. Called under the lock.
     void RecoverInterruptedAppend();
+    long Append(const _FILETIME& stamp, unsigned long processId, unsigned long threadId,
+                kxLogRecType type, unsigned long flags, unsigned long payloadSize,
+                const void* data, KLogAppendJournal* journal, void** payload);
     // The candidate neighbour, if it carries the wanted number.
     const KLogRec* Numbered(uint32_t offset, uint32_t number) const;
 

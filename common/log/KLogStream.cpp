@@ -1,7 +1,7 @@
 #include "log/KLogStream.h"
 
 #include <pthread.h>
-#include <sched.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +14,7 @@
 #include <cwchar>
 #include <vector>
 
+#include "log/kxLogProcess.h"
 #include "platform/kxWin32.h"
 
 namespace {
@@ -22,17 +23,6 @@ namespace {
 std::atomic<uint32_t> g_dwFlushCount{0};
 
 constexpr uint32_t kMaxFileSize = 0x40000000u;  // kMaxSizeKB * 1024
-
-uint64_t NowNs() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000000000ull + static_cast<uint64_t>(ts.tv_nsec);
-}
-
-void PauseNs(long ns) {
-    struct timespec ts{0, ns};
-    nanosleep(&ts, nullptr);
-}
 
 }  // namespace
 
@@ -55,7 +45,7 @@ KLogStream::KLogStream(const char* dir, const char* name, unsigned long sizeKB,
         m_lOpenStatus = KX_E_UNHANDLED_EXCEPTION;
     }
     if (m_lOpenStatus != KX_OK) {
-        if (m_dwSignature == kSignatureConstructing) UnlockLogfile();
+        ReleaseConstructionLocks();
         ReleaseResources();
         m_dwSignature = kSignatureReset;
     }
@@ -70,7 +60,7 @@ KLogStream::KLogStream(const char* path) : m_bReadOnly(true) {
         m_lOpenStatus = KX_E_UNHANDLED_EXCEPTION;
     }
     if (m_lOpenStatus != KX_OK) {
-        if (m_dwSignature == kSignatureConstructing) UnlockLogfile();
+        ReleaseConstructionLocks();
         ReleaseResources();
         m_dwSignature = kSignatureReset;
     }
@@ -82,6 +72,7 @@ KLogStream::~KLogStream() {
 }
 
 long KLogStream::ReleaseResources() {
+    m_Lock.Close();
     m_pImage = nullptr;
     m_dwMappedSize = 0;
     m_File.UnMapFile();
@@ -98,24 +89,32 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
     if (path.back() != sep) path += sep;
     path += name;
 
-    long status = m_Mutex.Create(CreateAuxName(path, "_MUTEX").c_str(), false);
+    // The named mutex's object is removed as soon as its creator has mapped it, so one still
+    // there belongs to a creator that is either a moment from removing it or was killed before
+    // it could (and would then hold up every later open of this log). Remove it and make our
+    // own: the log's lock, not this mutex, keeps processes apart; only count it as a sign that
+    // another process has the file in use.
+    const std::string mutexName = CreateAuxName(path, "_MUTEX");
+    bool lockObjectExisted = shm_unlink(("/" + mutexName).c_str()) == 0;
+    long status = m_Mutex.Create(mutexName.c_str(), false);
     if (status != KX_OK) return status;
     // Another process made the lock object: it has the file in use, so never re-create it.
-    const bool lockObjectExisted = errno == ERROR_ALREADY_EXISTS;
+    lockObjectExisted = lockObjectExisted || errno == ERROR_ALREADY_EXISTS;
 
     status = LockLogfile(30000, 4);
     if (status != KX_OK) return status;
+    m_bMutexHeld = true;
 
     if (m_File.CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                            FILE_ATTRIBUTE_NORMAL, nullptr) != 0 ||
         !m_File.IsOpen())
         return KX_E_FILE_OPEN;
-    status = LockFile(30000, 4);
+    status = AttachLock(path.c_str(), true, 120000);
     if (status != KX_OK) return status;
 
-    // The file's state is judged only now, under the file lock: another process may have
-    // created or resized it between our open and our lock.
+    // The file's state is judged only now, under the lock: another process may have created
+    // or resized it between our open and our lock.
     struct stat st;
     if (m_File.fstat(&st) != 0) return KX_E_FILE_STAT;
     const uint64_t fileSize = static_cast<uint64_t>(st.st_size);
@@ -158,6 +157,10 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
     m_dwMappedSize = newSize;
     if (m_pImage->SizeInBytes() != newSize) return KX_E_LOG_MAP_SIZE;
 
+    // An append that a dead writer left in the journal describes the old ring when the file
+    // was just rebuilt; otherwise it is finished or undone now.
+    if (recreate || resize) m_Lock.ClearJournal();
+    m_Lock.Repair(m_pImage);
     if (recreate && writeStartRec) m_pImage->WriteStartRec();
     if (resize) m_pImage->WriteResizeRec(oldKB, sizeKB);
 
@@ -166,8 +169,20 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
     m_File.SetLogErrors(false);
     m_dwSignature = kSignatureLive;
     TouchLogfile();
-    UnlockLogfile();
+    ReleaseConstructionLocks();
     return KX_OK;
+}
+
+long KLogStream::AttachLock(const char* path, bool writer, unsigned long timeoutMs) {
+    long status = m_Lock.Open(path, writer, timeoutMs, &m_Mutex);
+    if (status != KX_OK) return status;
+    return m_Lock.Lock(timeoutMs, nullptr);
+}
+
+void KLogStream::ReleaseConstructionLocks() {
+    m_Lock.Unlock();
+    if (m_bMutexHeld) m_Mutex.Unlock();
+    m_bMutexHeld = false;
 }
 
 long KLogStream::Resize(const std::string& path, uint32_t oldKB, unsigned long newKB) {
@@ -200,11 +215,9 @@ long KLogStream::Resize(const std::string& path, uint32_t oldKB, unsigned long n
         for (const KLogRec* rec = old->FirstRec(); rec != nullptr;
              rec = old->NewerRec(rec, rec->GetRecNum())) {
             if (old->RecordAt(old->OffsetOf(rec)) != rec) break;
-            void* payload = nullptr;
-            if (image->NewRecord(rec->GetTimeStamp(), rec->GetProcessId(), rec->GetThreadId(),
-                                 rec->GetType(), rec->GetFlags(), rec->GetPayloadSize(),
-                                 &payload) == KX_OK)
-                memcpy(payload, rec->Payload(), rec->GetPayloadSize());
+            image->NewRecord(rec->GetTimeStamp(), rec->GetProcessId(), rec->GetThreadId(),
+                             rec->GetType(), rec->GetFlags(), rec->GetPayloadSize(),
+                             rec->Payload(), nullptr);
         }
         m_File.UnMapFile();
         if (m_File.SetFilePointer(static_cast<long>(newSize), nullptr, FILE_BEGIN) != newSize ||
@@ -236,11 +249,12 @@ long KLogStream::OpenReadOnly(const char* path) {
     if (status != KX_OK) return status;
     status = LockLogfile(500, 4);
     if (status != KX_OK) return status;
+    m_bMutexHeld = true;
     m_File.SetLogErrors(false);
     const unsigned long opened = m_File.CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr,
                                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (opened != 0) return static_cast<long>(static_cast<int32_t>(opened));
-    status = LockFile(500, 4);
+    status = AttachLock(path, false, 2000);
     if (status != KX_OK) return status;
     struct stat st;
     if (m_File.fstat(&st) != 0) return KX_E_FILE_STAT;
@@ -259,7 +273,7 @@ long KLogStream::OpenReadOnly(const char* path) {
     m_pImage = static_cast<KLogFile*>(image);
     m_dwMappedSize = static_cast<uint32_t>(size);
     m_dwSignature = kSignatureLive;
-    UnlockLogfile();
+    ReleaseConstructionLocks();
     return KX_OK;
 }
 
@@ -269,41 +283,21 @@ long KLogStream::LockLogfile(unsigned long timeoutMs, unsigned long tries) const
     if (m_dwSignature != kSignatureLive && m_dwSignature != kSignatureConstructing)
         return KX_E_NOT_INITIALISED;
     if (tries == 0) return KX_S_WAIT_TIMEOUT;
-    long status = KX_S_WAIT_TIMEOUT;
-    for (unsigned long i = 0; i < tries && status == KX_S_WAIT_TIMEOUT; ++i)
-        status = m_Mutex.Lock(timeoutMs);
-    if (status != KX_OK) return status;
-    if (m_File.IsOpen()) {
-        status = LockFile(timeoutMs, tries);
-        if (status != KX_OK) m_Mutex.Unlock();
+    if (m_Lock.GetMode() == KLogLock::Mode::kNone) {
+        long status = KX_S_WAIT_TIMEOUT;
+        for (unsigned long i = 0; i < tries && status == KX_S_WAIT_TIMEOUT; ++i)
+            status = m_Mutex.Lock(timeoutMs);
+        return status;
     }
-    return status;
-}
-
-// The kernel lock has no timed wait: poll it, yielding first (the holder usually lets go
-// within microseconds), then sleeping in growing steps, until the whole wait has passed.
-long KLogStream::LockFile(unsigned long timeoutMs, unsigned long tries) const {
-    const uint64_t deadline =
-        NowNs() + static_cast<uint64_t>(timeoutMs) * static_cast<uint64_t>(tries) * 1000000ull;
-    long pauseNs = 20000;
-    for (unsigned attempt = 0;; ++attempt) {
-        const long status = m_File.TryLockFile(!m_bReadOnly);
-        if (status != KX_S_WAIT_TIMEOUT) return status;
-        if (NowNs() >= deadline) return KX_S_WAIT_TIMEOUT;
-        if (attempt < 32) {
-            sched_yield();
-        } else {
-            PauseNs(pauseNs);
-            pauseNs = std::min(pauseNs * 2, 1000000L);
-        }
-    }
+    return m_Lock.Lock(timeoutMs * tries, m_bReadOnly ? nullptr : Image());
 }
 
 long KLogStream::UnlockLogfile() const {
     if (m_dwSignature != kSignatureLive && m_dwSignature != kSignatureConstructing)
         return KX_E_NOT_INITIALISED;
-    if (m_File.IsOpen()) m_File.UnlockFile();
-    return m_Mutex.Unlock();
+    if (m_Lock.GetMode() == KLogLock::Mode::kNone) return m_Mutex.Unlock();
+    m_Lock.Unlock();
+    return KX_OK;
 }
 
 KLogFile* KLogStream::Image() const {
@@ -335,7 +329,7 @@ long KLogStream::WriteRec(const void* data, unsigned long size, kxLogRecType typ
                           unsigned long flags) {
     _FILETIME now;
     GetSystemTimeAsFileTime(&now);
-    return WriteRec(data, size, now, static_cast<unsigned long>(getpid()),
+    return WriteRec(data, size, now, kxLogProcessId(),
                     static_cast<unsigned long>(pthread_self()), type, flags);
 }
 
@@ -347,14 +341,12 @@ long KLogStream::WriteRec(const void* data, unsigned long size, const _FILETIME&
     long status = LockLogfile(500, 4);
     if (status != KX_OK) return status;
     KLogFile* image = Image();
-    void* payload = nullptr;
-    status = image != nullptr ? image->NewRecord(stamp, processId, threadId, type, flags, size, &payload)
+    status = image != nullptr ? image->NewRecord(stamp, processId, threadId, type, flags, size,
+                                                 data, m_Lock.Journal())
                               : KX_E_LOG_NO_STREAM;
-    if (status == KX_OK) {
-        if (size != 0) memcpy(payload, data, size);
-        CheckFlushLogfile();
-    }
     UnlockLogfile();
+    // Flushing writes the pages out synchronously: the other writers need not wait for it.
+    if (status == KX_OK) CheckFlushLogfile();
     return status;
 }
 
@@ -449,8 +441,9 @@ long KLogStream::FlushLogfile() const {
 
 long KLogStream::CheckFlushLogfile() {
     if (!m_bFileBacked || m_dwFlushInterval == 0) return KX_OK;
-    if (++m_dwWritesSinceFlush < m_dwFlushInterval) return KX_OK;
-    m_dwWritesSinceFlush = 0;
+    if (m_dwWritesSinceFlush.fetch_add(1, std::memory_order_relaxed) + 1 < m_dwFlushInterval)
+        return KX_OK;
+    m_dwWritesSinceFlush.store(0, std::memory_order_relaxed);
     long status = FlushLogfile();
     if (++g_dwFlushCount % 3 == 0) TouchLogfile();
     return status;

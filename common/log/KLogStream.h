@@ -3,15 +3,15 @@
 //
 // The stream opens or creates the file, checks or rebuilds its header, grows or shrinks it to
 // the requested size keeping its records, maps it, and serialises every append, clear, flush
-// and iterator step with two locks:
-//   - a named KMutex derived from the path, shared by the threads of this process and by
-//     processes that inherit it across fork (its name is removed once mapped, so unrelated
-//     processes each get their own);
-//   - a whole-file open-file-description lock on the log file itself (write lock for writers,
-//     read lock for read-only streams), which serialises unrelated processes and which the
-//     kernel drops when its holder dies, so a killed writer never blocks the others.
-// Every operation after construction waits at most four times 500 ms for each lock, then
-// gives up with KX_S_WAIT_TIMEOUT.
+// and iterator step with the log file's cross-process lock (log/KLogLock.h): a robust
+// process-shared mutex in a lock file beside the log, shared by every process that opens the
+// log, related or not; where that cannot serve, an open-file-description lock on the log file
+// itself. A writer killed inside the lock never blocks the others: the next one repairs the ring
+// and goes on. While it is being opened (before the lock file is known) a stream also holds a
+// named KMutex derived from the path, shared by the threads of this process and by processes
+// that inherit it across fork; in file-lock mode that mutex also keeps them apart at every step.
+// Every operation after construction waits at most about two seconds for the lock, then gives
+// up with KX_S_WAIT_TIMEOUT.
 //
 // A process whose stream maps the file at one size never touches it after another process has
 // re-created it at another size: each locked operation first checks the header's size against
@@ -21,15 +21,17 @@
 // is not live returns KX_E_LOG_NO_STREAM (writes) or KX_E_NOT_INITIALISED (locks), -1 from
 // the header getters, and end iterators.
 //
-// Thread safety: any thread may use a live stream. Do not step an iterator, nor write, while
-// holding a KLogStream::Lock on the same stream: one unlock releases the lock completely.
+// Thread safety: any thread may use a live stream. The lock is recursive: a thread holding a
+// KLogStream::Lock may write or step an iterator on the same stream.
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 #include <string>
 
 #include "log/KLogFile.h"
+#include "log/KLogLock.h"
 #include "log/kxLog.h"
 #include "platform/KFile.h"
 #include "platform/KMutex.h"
@@ -156,16 +158,20 @@ public:
     iterator rbegin() const;
     iterator end() const { return iterator(); }
 
-    // Takes the named mutex (up to `tries` waits of timeoutMs) and then, once the file is
-    // open, the file lock (the same total wait). 0; KX_S_WAIT_TIMEOUT; KX_E_NOT_INITIALISED;
-    // or the mutex's or file lock's failure status.
+    // Takes the log file's lock, waiting at most `tries` times timeoutMs in all (before the
+    // file is open during construction: the named mutex, up to `tries` waits of timeoutMs). A
+    // writer that takes it after a holder died inside an append first repairs the ring.
+    // 0; KX_S_WAIT_TIMEOUT; KX_E_NOT_INITIALISED; or the lock's failure status.
     long LockLogfile(unsigned long timeoutMs, unsigned long tries) const;
     long UnlockLogfile() const;
+    // Which lock serves this stream (tests and diagnostics).
+    KLogLock::Mode GetLockMode() const { return m_Lock.GetMode(); }
 
     // Sets the file's last-write time to now. 0, or KX_E_LOG_TOUCH.
     long TouchLogfile();
     // Counts one append; every flushInterval appends flushes the mapping, and every third
-    // flush of the process (over all streams) touches the file. Call under the lock.
+    // flush of the process (over all streams) touches the file. Called after each append,
+    // outside the lock (the flush waits for the disk).
     long CheckFlushLogfile();
     // Flushes the mapping (no lock taken). 0, or KX_E_FILE_FLUSH.
     long FlushLogfile() const;
@@ -206,7 +212,10 @@ protected:
 private:
     long Open(const char* dir, const char* name, unsigned long sizeKB, bool writeStartRec);
     long OpenReadOnly(const char* path);
-    long LockFile(unsigned long timeoutMs, unsigned long tries) const;
+    // After the file is open: attaches to its lock and takes it (the named mutex stays held).
+    long AttachLock(const char* path, bool writer, unsigned long timeoutMs);
+    // Releases what AttachLock and the construction took.
+    void ReleaseConstructionLocks();
     long Resize(const std::string& path, uint32_t oldKB, unsigned long newKB);
     long WriteWholeFile(const void* image, uint32_t size);
     // The image, if its header still describes the file this stream mapped.
@@ -216,10 +225,12 @@ private:
 
     mutable KFile m_File;
     KLogFile* m_pImage = nullptr;
-    uint32_t m_dwWritesSinceFlush = 0;
+    std::atomic<uint32_t> m_dwWritesSinceFlush{0};
     uint32_t m_dwFlushInterval = 0;
     // Logging off: the stream reports its own failures as statuses, never through itself.
     KMutex m_Mutex{false};
+    mutable KLogLock m_Lock;
+    bool m_bMutexHeld = false;  // construction only: the named mutex taken before the lock
     bool m_bFileBacked = true;  // always: streams are file mappings on this platform
     bool m_bReadOnly = false;
     uint32_t m_dwMappedSize = 0;

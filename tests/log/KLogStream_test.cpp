@@ -318,7 +318,7 @@ TEST(KLogStreamTest, LockHeldByAnotherProcessTimesOutThenIsDroppedWhenItDies) {
     EXPECT_TRUE(s.begin() == s.end()) << "iterators give up the same way";
 
     kxtest::KillAndReap(holder);
-    EXPECT_EQ(KX_OK, s.PrintString("free", 0, kxLogSevProgress, 0)) << "the kernel dropped the lock";
+    EXPECT_EQ(KX_OK, s.PrintString("free", 0, kxLogSevProgress, 0)) << "the dead holder's lock passes on";
     EXPECT_EQ("free", Texts(ReadAll(dir / "l.log")).back());
 }
 

@@ -1,23 +1,46 @@
-// Test helper: a process that writes records to a log file, holds its lock, or just starts and
-// ends (so that the logging start-up runs).
+// Test helper: a process that writes records to a log file, holds its lock, dies in the middle
+// of an append, or just starts and ends (so that the logging start-up runs).
 //
-//   kx_log_writer write DIR NAME SIZEKB COUNT TAG   COUNT records "TAG <i>", i = 1..COUNT
-//   kx_log_writer forever DIR NAME SIZEKB TAG       records "TAG <i>" until killed
-//   kx_log_writer hold FILE MS MARKER              file lock for MS ms; MARKER made once held
-//   kx_log_writer probe TEXT                       one message through the default stream
+//   kx_log_writer write DIR NAME SIZEKB COUNT TAG [OPT...]  COUNT records "TAG <i>", status i
+//   kx_log_writer forever DIR NAME SIZEKB TAG [OPT...]      records "TAG <i>" until killed
+//   kx_log_writer hold FILE MS MARKER                      the log's lock for MS ms; MARKER made
+//                                                          once held
+//   kx_log_writer die-in-append FILE                       takes the lock, half writes a record
+//                                                          over the oldest ones and kills itself
+//   kx_log_writer probe TEXT                               one message through the default stream
+//
+// Options of write and forever: --foreign-abi plays a process of the other target (its mutex
+// layout does not match the lock file's); --as-nobody drops root to uid/gid 65534 first.
 //
 // Exit status: 0 done, 2 the stream did not open, 3 a write failed, 100 usage.
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "log/KLogLock.h"
 #include "log/KLogStream.h"
 #include "log/kxLog.h"
 
 namespace {
+
+bool ApplyOptions(int argc, char** argv, int first) {
+    for (int i = first; i < argc; ++i) {
+        if (strcmp(argv[i], "--foreign-abi") == 0) {
+            kxLogLockSetAbiForTest(kxLogLockAbi() ^ 0x00FF0000u);
+        } else if (strcmp(argv[i], "--as-nobody") == 0) {
+            if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return false;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
 
 int Write(const char* dir, const char* name, unsigned long kb, long count, const char* tag) {
     KLogStream stream(dir, name, kb, 16384, true);
@@ -38,29 +61,61 @@ int Write(const char* dir, const char* name, unsigned long kb, long count, const
 }
 
 int Hold(const char* file, long ms, const char* marker) {
-    int fd = open(file, O_RDWR);
-    struct flock lock;
-    memset(&lock, 0, sizeof lock);
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    if (fd < 0 || fcntl(fd, F_OFD_SETLKW, &lock) != 0) return 2;
+    KLogStream stream(file);
+    if (!stream.IsLive() || stream.LockLogfile(500, 4) != KX_OK) return 2;
     close(open(marker, O_WRONLY | O_CREAT, 0600));
     usleep(static_cast<useconds_t>(ms) * 1000);
+    return 0;
+}
+
+// What a writer killed inside an append leaves: the journal active, and the start of a large
+// record written over the oldest records at the next position, never counted.
+int DieInAppend(const char* file) {
+    KMutex local(false);
+    if (local.Create() != KX_OK) return 2;
+    KLogLock lock;
+    if (lock.Open(file, true, 2000, &local) != KX_OK || lock.Journal() == nullptr ||
+        lock.Lock(2000, nullptr) != KX_OK)
+        return 2;
+    const int fd = open(file, O_RDWR);
+    struct stat st;
+    if (fd < 0 || fstat(fd, &st) != 0) return 2;
+    void* map = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (map == MAP_FAILED) return 2;
+    KLogFile* image = static_cast<KLogFile*>(map);
+    KLogAppendJournal* j = lock.Journal();
+    uint32_t offset = image->NextRecOffset();
+    const uint32_t space = 400;
+    if (offset + space > image->SizeInBytes()) offset = kxLogFileHeaderSize;
+    j->offset = offset;
+    j->space = space;
+    j->count = image->RecordCount();
+    j->wraps = image->WrapCount();
+    j->active = 1;
+    // A plausible record header in front, then garbage where old records were.
+    uint8_t* at = static_cast<uint8_t*>(map) + offset;
+    KLogRec* rec = reinterpret_cast<KLogRec*>(at);
+    rec->Info().SetRecNum(image->RecordCount() + 1);
+    rec->SetSignature(kxLogRecSignature);
+    rec->SetSize(space);
+    memset(at + kxLogRecHeaderSize, 'Z', space / 2);
+    kill(getpid(), SIGKILL);
     return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 7 && strcmp(argv[1], "write") == 0)
+    if (argc >= 7 && strcmp(argv[1], "write") == 0 && ApplyOptions(argc, argv, 7))
         return Write(argv[2], argv[3], strtoul(argv[4], nullptr, 0), atol(argv[5]), argv[6]);
-    if (argc == 6 && strcmp(argv[1], "forever") == 0)
+    if (argc >= 6 && strcmp(argv[1], "forever") == 0 && ApplyOptions(argc, argv, 6))
         return Write(argv[2], argv[3], strtoul(argv[4], nullptr, 0), -1, argv[5]);
     if (argc == 5 && strcmp(argv[1], "hold") == 0) return Hold(argv[2], atol(argv[3]), argv[4]);
+    if (argc == 3 && strcmp(argv[1], "die-in-append") == 0) return DieInAppend(argv[2]);
     if (argc == 3 && strcmp(argv[1], "probe") == 0) {
         kxLogPrintfA(0, kxLogSevWarning, "%s", argv[2]);
         return 0;
     }
-    fprintf(stderr, "usage: kx_log_writer write|forever|hold|probe ...\n");
+    fprintf(stderr, "usage: kx_log_writer write|forever|hold|die-in-append|probe ...\n");
     return 100;
 }
