@@ -1,10 +1,11 @@
 // KCString against std::string in the same run: copying a 1 KB string (shared block against a
 // deep copy; one copy made and dropped, and a thousand copies kept alive together), appending
-// small pieces, and formatting.
+// small pieces, and formatting; and the 1 KB copy again once the process has had threads.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/KCString.h"
@@ -108,6 +109,23 @@ void BM_Format_StdString(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_Format_StdString);
+
+// The same copy once the process has had a second thread: from then on every reference-count
+// change is an atomic instruction (while a process has one thread, plain ones are exact).
+// Registered last, since the change lasts for the rest of the process.
+void BM_Copy1K_KCString_Threaded(benchmark::State& state) {
+    static const bool threaded = [] {
+        std::thread([] {}).join();
+        return true;
+    }();
+    benchmark::DoNotOptimize(threaded);
+    KCString source('x', kKilobyte);
+    for (auto _ : state) {
+        KCString copy(source);
+        benchmark::DoNotOptimize(copy.c_str());
+    }
+}
+BENCHMARK(BM_Copy1K_KCString_Threaded);
 
 }  // namespace
 

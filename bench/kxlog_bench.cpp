@@ -1,14 +1,18 @@
 // Append throughput of the log stream against peer loggers writing the same 60-byte formatted
 // message, in one process and in four processes that open the file independently; and what the
-// two locks of an append cost.
+// locks of an append cost.
 //
-//   KxLog/procs:N/flush:F  kxLogPrintfA into a shared 64 MB ring file (named mutex + file lock),
-//                      the mapping flushed every F appends (16384 as the standard streams do;
-//                      0 never, to show what the periodic synchronous flush costs)
+//   KxLog/procs:N/flush:F/filelock:L
+//                      kxLogPrintfA into a shared 64 MB ring file, the mapping flushed every F
+//                      appends (16384 as the standard streams do; 0 never, to show what the
+//                      periodic synchronous flush costs). L 0: the lock file's mutex, as
+//                      normally; L 1: the file-lock fallback (the lock file is made by a
+//                      process playing the other target, so every writer takes the file lock)
 //   Spdlog/procs:N     spdlog's synchronous basic file sink, the same message (default pattern)
 //   Syslog/procs:N     syslog(3) to a datagram listener on /dev/log (private mount namespace;
 //                      skipped when that cannot be set up)
-//   Lock/...           lock + unlock pairs: named mutex alone, file lock alone, both
+//   Lock...            lock + unlock pairs: the named mutex, the file lock (fcntl), and the
+//                      stream's lock as appends take it (the lock file's robust mutex)
 //
 // Throughput is items_per_second (records per second over all processes, wall time).
 #include <benchmark/benchmark.h>
@@ -28,6 +32,7 @@
 #include <string>
 #include <thread>
 
+#include "log/KLogLock.h"
 #include "log/KLogStream.h"
 #include "log/kxLog.h"
 #include "platform/KFileUnix.h"
@@ -73,13 +78,25 @@ void Report(benchmark::State& state, int procs) {
 void KxLog(benchmark::State& state) {
     const int procs = static_cast<int>(state.range(0));
     const unsigned long flush = static_cast<unsigned long>(state.range(1));
+    const bool fileLock = state.range(2) != 0;
     const std::string dir = BenchDir();
     unlink((dir + "/kx.log").c_str());
+    unlink((dir + "/kx.log.lock").c_str());
+    if (fileLock) {
+        // A lock file in the other target's layout: nobody here can take its mutex.
+        RunProcesses(1, [&](long) {
+            kxLogLockSetAbiForTest(kxLogLockAbi() ^ 0x00FF0000u);
+            KLogStream stream(dir.c_str(), "kx.log", 65536, flush, true);
+            _exit(stream.IsLive() ? 0 : 2);
+        });
+    }
     for (auto _ : state) {
         RunProcesses(procs, [&](long count) {
             // Opened after the fork: the processes share nothing but the file.
             KLogStream stream(dir.c_str(), "kx.log", 65536, flush, true);
-            if (!stream.IsLive()) _exit(2);
+            if (!stream.IsLive() ||
+                (stream.GetLockMode() == KLogLock::Mode::kFileLock) != fileLock)
+                _exit(2);
             g_pKLogStreamDefault = &stream;
             for (long i = 0; i < count; ++i) kxLogPrintfA(0, kxLogSevProgress, kFormat, i, i % 100, i % 10000);
             g_pKLogStreamDefault = nullptr;
@@ -195,11 +212,13 @@ BENCHMARK(LockMutexOnly);
 BENCHMARK(LockFileOnly);
 BENCHMARK(LockStream);
 BENCHMARK(KxLog)
-    ->ArgNames({"procs", "flush"})
-    ->Args({1, 16384})
-    ->Args({4, 16384})
-    ->Args({1, 0})
-    ->Args({4, 0})
+    ->ArgNames({"procs", "flush", "filelock"})
+    ->Args({1, 16384, 0})
+    ->Args({4, 16384, 0})
+    ->Args({1, 0, 0})
+    ->Args({4, 0, 0})
+    ->Args({1, 16384, 1})
+    ->Args({4, 16384, 1})
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(5);

@@ -82,15 +82,18 @@ long KLogLock::Open(const char* logPath, bool writer, unsigned long timeoutMs, K
     m_sLockPath = std::string(logPath) + ".lock";
     m_fdLog = open(logPath, (writer ? O_RDWR : O_RDONLY) | O_CLOEXEC);
     if (m_fdLog < 0) return KX_E_FILE_OPEN;
-    // A writer announces itself as a possible file-lock user before it looks for the lock
-    // file: a process that creates the lock file afterwards then sees it. Dropped again if the
-    // mutex serves.
-    if (writer) RangeLock(m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
-
-    const Found found = Attach();
+    Found found = Attach(false);
+    if (found != Found::kUsable && writer) {
+        // A writer announces itself as a possible file-lock user before it looks for the lock
+        // file a last time (and makes it if there is none): a process that creates the lock
+        // file afterwards then sees it. Dropped again if the mutex serves after all.
+        Unmap();
+        RangeLock(m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
+        found = Attach(true);
+        if (found == Found::kUsable) RangeLock(m_fdLog, F_OFD_SETLK, F_UNLCK, kxLogFileLockEnd, 1);
+    }
     switch (found) {
         case Found::kUsable:
-            if (writer) RangeLock(m_fdLog, F_OFD_SETLK, F_UNLCK, kxLogFileLockEnd, 1);
             m_pJournal = &m_pShared->journal;
             m_mode.store(Mode::kMutex, std::memory_order_relaxed);
             return SettleFileLockFlag(timeoutMs);
@@ -115,11 +118,15 @@ long KLogLock::Open(const char* logPath, bool writer, unsigned long timeoutMs, K
     return KX_OK;
 }
 
-void KLogLock::Close() {
+void KLogLock::Unmap() {
     if (m_pShared != nullptr) munmap(m_pShared, KLogLockShared::kFileSize);
     m_pShared = nullptr;
     m_pJournal = nullptr;
     m_bSharedWritable = false;
+}
+
+void KLogLock::Close() {
+    Unmap();
     if (m_fdLog >= 0) close(m_fdLog);  // drops every file lock this object held
     m_fdLog = -1;
     m_dwDepth = 0;
@@ -127,17 +134,17 @@ void KLogLock::Close() {
     m_mode.store(Mode::kNone, std::memory_order_relaxed);
 }
 
-// Opens the lock file (a writer creates it when there is none), makes sure it is initialised
-// and maps it. Initialisation happens under an open-file-description write lock on the lock
+// Opens the lock file (creating it when there is none, if mayCreate), makes sure it is
+// initialised (writers initialise it, readers only wait for that) and maps it. Initialisation happens under an open-file-description write lock on the lock
 // file itself, and the signature is written last: whoever finds the signature missing takes
 // that lock and looks again, so exactly one process initialises the file, and one killed half
 // way is simply followed by the next (the kernel drops its lock; nobody used the half-made
 // mutex, since nobody attaches before the signature is there).
-KLogLock::Found KLogLock::Attach() {
+KLogLock::Found KLogLock::Attach(bool mayCreate) {
     bool writable = true;
     bool created = false;
     int fd = -1;
-    if (m_bWriter) {
+    if (mayCreate) {
         fd = open(m_sLockPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         created = fd >= 0;
     }

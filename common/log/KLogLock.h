@@ -13,7 +13,7 @@
 //   - no lock file can be made (a read-only directory, a file system without hard links) or the
 //     name is taken by something that is not a lock file: the file lock alone. Such a process
 //     also holds, for as long as it has the log open, a read lock on the log file's byte
-//     kxLogFileLockEnd ("file-lock user present"), taken before it looks for the lock file, so
+//     kxLogFileLockEnd ("file-lock user present"), taken before its last look for the lock file, so
 //     that a process which later creates the lock file sees it and switches the log to file-lock
 //     mode (below);
 //   - a lock file made by a process of the other target (a 64-bit mutex read by a 32-bit process,
@@ -122,7 +122,8 @@ public:
 
 private:
     enum class Found { kUsable, kForeign, kReadOnly, kMissing, kUnusable };
-    Found Attach();
+    Found Attach(bool mayCreate);
+    void Unmap();
     bool Prepare(int fd, bool mayInitialise);
     long SettleFileLockFlag(unsigned long timeoutMs);
     long StartFileLockMode(unsigned long timeoutMs);
