@@ -7,7 +7,6 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,10 +15,10 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
+#include "kxFakeBrowse.h"
 #include "kxFakeRecord.h"
 #include "kxLogCapture.h"
 #include "kxNFSSandbox.h"
@@ -193,134 +192,80 @@ TEST_F(NLMServer, BrowseObjectsOfOneMachineAreOneOwner) {
 // ---- Against the fake peer ----
 //
 // The fakes serve MOUNT, NFS and the lock manager in a sandbox of their own, apart from the
-// real server. The sandboxed run fills a FakeRun in memory shared with the test, which then
-// checks the outcome and reads the lock manager's record of requests.
+// real server (kxFakeBrowse.h runs each body in it), and the lock manager records every
+// request it receives.
 
-struct Step {
-    bool lock = true;
-    bool exclusive = true;
-    uint64_t size = 100;
-    uint32_t handleLength = 4;
-    bool restartBefore = false;  // the lock manager is restarted before this request
-    // The outcome:
-    bool result = false;
-    long error = 0;   // the last error afterwards
-    long logCode = 0;  // the code and text of the first line the request logged, if any
-    char logText[200] = {};
-};
-
-struct FakeRun {
-    unsigned long nlmVersion = 1;  // what the fake lock manager registers; 0 for none
-    char mode[16] = "nlm";
-    int status = 0;  // the status it answers with
-    char record[200] = {};
-    int steps = 0;
-    Step step[6];
-    int failure = -1;  // set by the run: 0 when it got through its steps
-};
-
-FakeRun* g_run = nullptr;
-
-// The last error a browse object starts with in the fake runs: a request that leaves the
-// last error alone leaves this.
+// The last error the browse objects on the fakes start with: a request that stores nothing
+// leaves it.
 constexpr long kErrorBefore = KX_E_NFS_NO_EXPORT;
 
-int LockThroughFakes() {
-    FakeRun& run = *g_run;
-    auto& sandbox = kxtest::NFSSandbox::Get();
-    const pid_t mount = sandbox.StartFake(100005, 3, "accept", 1);
-    const pid_t nfs = sandbox.StartFake(100003, 3, "accept");
-    const auto startNlm = [&] {
-        return run.nlmVersion == 0 ? 0
-                                   : sandbox.StartFake(100021, run.nlmVersion, run.mode,
-                                                       run.status, run.record);
-    };
-    pid_t nlm = startNlm();
-    if (mount <= 0 || nfs <= 0 || nlm < 0) return run.failure = 1;
-    NFSBrowse* b = nullptr;
-    if (CreateNFSBrowse(b, std::string("localhost"), 0, kGroups, nullptr, eUseTCP) != KX_OK)
-        return run.failure = 2;
-    std::unique_ptr<NFSBrowse> browse(b);
-    ExportInfo none;
-    if (browse->FindMountPoint("/nowhere", none) ||
-        browse->GetLastObjectError() != kErrorBefore)
-        return run.failure = 3;
-    for (int i = 0; i < run.steps; ++i) {
-        Step& s = run.step[i];
-        if (s.restartBefore) {
-            sandbox.Stop(nlm);
-            nlm = startNlm();
+class LockPeers {
+public:
+    // A lock manager registered for `version` (none for 0) in `mode`, answering `status`.
+    LockPeers(unsigned long nlmVersion, const char* nlmMode, int nlmStatus)
+        : version(nlmVersion), mode(nlmMode), status(nlmStatus) {
+        auto& sandbox = kxtest::NFSSandbox::Get();
+        mount = sandbox.StartFake(100005, 3, "accept", 1);
+        nfs = sandbox.StartFake(100003, 3, "accept");
+        StartLockManager();
+        NFSBrowse* b = nullptr;
+        if (mount > 0 && nfs > 0 && nlm >= 0) {
+            EXPECT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), 0, kGroups, nullptr,
+                                             eUseTCP));
         }
+        browse.reset(b);
+        ExportInfo none;
+        if (browse) {
+            EXPECT_FALSE(browse->FindMountPoint("/nowhere", none));
+        }
+    }
+    ~LockPeers() {
+        browse.reset();
+        for (pid_t pid : {nlm, nfs, mount})
+            if (pid > 0) kxtest::NFSSandbox::Get().Stop(pid);
+    }
+    LockPeers(const LockPeers&) = delete;
+    LockPeers& operator=(const LockPeers&) = delete;
+
+    void RestartLockManager() {
+        kxtest::NFSSandbox::Get().Stop(nlm);
+        StartLockManager();
+    }
+
+    // LockFile on a file whose handle buffer holds 1, 2, 3, ... so that padding shows.
+    bool Lock(bool lock, bool exclusive, uint64_t size, uint32_t handleLength) {
         DirEntry file;
         for (size_t k = 0; k < kDirEntryHandleSize; ++k) file.handle[k] = static_cast<uint8_t>(k + 1);
-        file.handleLength = s.handleLength;
-        file.size = s.size;
+        file.handleLength = handleLength;
+        file.size = size;
         file.type = kDirEntryRegular;
         file.serverPath = file.path = "/export/000000/f";
-        kxtest::LogCapture log;
-        s.result = browse->LockFile(file, s.lock, s.exclusive);
-        s.error = browse->GetLastObjectError();
-        if (!log.Records().empty()) {
-            s.logCode = log.Records()[0].code;
-            snprintf(s.logText, sizeof s.logText, "%s", log.Records()[0].text.c_str());
-        }
-    }
-    browse.reset();
-    for (pid_t pid : {nlm, nfs, mount})
-        if (pid > 0) sandbox.Stop(pid);
-    return run.failure = 0;
-}
-
-class FakeLockManager : public ::testing::Test {
-protected:
-    void SetUp() override {
-        auto& sandbox = kxtest::NFSSandbox::Get();
-        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-        void* shared = mmap(nullptr, sizeof(FakeRun), PROT_READ | PROT_WRITE,
-                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        ASSERT_NE(MAP_FAILED, shared);
-        g_run = new (shared) FakeRun;
-    }
-    void TearDown() override {
-        if (g_run != nullptr) munmap(g_run, sizeof(FakeRun));
-        g_run = nullptr;
+        return browse->LockFile(file, lock, exclusive);
     }
 
-    // Runs the steps against a lock manager of `version` in `mode` answering `status`; returns
-    // the requests it received.
-    std::vector<kxfake::Call> Run(unsigned long version, const char* mode, int status,
-                                  std::initializer_list<Step> steps) {
-        *g_run = FakeRun();
-        remove((dir / "record").c_str());
-        g_run->nlmVersion = version;
-        snprintf(g_run->mode, sizeof g_run->mode, "%s", mode);
-        g_run->status = status;
-        snprintf(g_run->record, sizeof g_run->record, "%s", (dir / "record").c_str());
-        for (const Step& s : steps)
-            if (g_run->steps < static_cast<int>(sizeof g_run->step / sizeof g_run->step[0]))
-                g_run->step[g_run->steps++] = s;
-        EXPECT_EQ(0, kxtest::InFreshSandbox(true, LockThroughFakes));
-        EXPECT_EQ(0, g_run->failure);
-        return kxfake::ReadRecord(dir / "record");
+    std::vector<kxfake::Call> Calls() const { return kxfake::ReadRecord(record); }
+
+    std::unique_ptr<NFSBrowse> browse;
+
+private:
+    void StartLockManager() {
+        nlm = version == 0 ? 0
+                           : kxtest::NFSSandbox::Get().StartFake(100021, version, mode, status,
+                                                                 record);
+        EXPECT_GE(nlm, 0);
     }
 
-    const Step& Outcome(int i) const { return g_run->step[i]; }
-
+    unsigned long version;
+    const char* mode;
+    int status;
     kxtest::TempDir dir;
+    std::string record = dir / "nlm-calls";
+    pid_t mount = -1, nfs = -1, nlm = -1;
 };
-
-Step Request(bool lock, bool exclusive, uint64_t size, uint32_t handleLength) {
-    Step s;
-    s.lock = lock;
-    s.exclusive = exclusive;
-    s.size = size;
-    s.handleLength = handleLength;
-    return s;
-}
 
 std::string Bytes(const netobj& n) { return std::string(n.n_bytes, n.n_len); }
 
-// The handle buffer's first n bytes, as the fake runs fill it.
+// The handle buffer's first n bytes, as LockPeers::Lock fills it.
 std::string HandleBytes(size_t n) {
     std::string s;
     for (size_t k = 0; k < n; ++k) s += static_cast<char>(k + 1);
@@ -344,19 +289,20 @@ struct Args {
     bool ok;
 };
 
-TEST_F(FakeLockManager, Version1RequestsCarryTheDesignedLockDescription) {
-    Step restarted = Request(false, true, 0xFFFFF000u, 4);
-    restarted.restartBefore = true;
-    const auto calls = Run(1, "nlm", 0,
-                           {Request(true, true, 100, 4), Request(true, false, kPast4GiB, 40),
-                            Request(false, false, 0xFFFFFFFFu, 28), restarted});
-    for (int i = 0; i < 4; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_TRUE(Outcome(i).result);
-        EXPECT_EQ(kErrorBefore, Outcome(i).error);  // success stores nothing
-        EXPECT_STREQ("", Outcome(i).logText);
-    }
-    // The restarted lock manager got the last request: the broken connection was replaced.
+void Version1Requests() {
+    LockPeers peers(1, "nlm", nlm_granted);
+    ASSERT_TRUE(peers.browse);
+    kxtest::LogCapture log;
+    EXPECT_TRUE(peers.Lock(true, true, 100, 4));
+    EXPECT_TRUE(peers.Lock(true, false, kPast4GiB, 40));
+    EXPECT_TRUE(peers.Lock(false, false, 0xFFFFFFFFu, 28));
+    // The connection broke with the restart: made again, and the request repeated.
+    peers.RestartLockManager();
+    EXPECT_TRUE(peers.Lock(false, true, 0xFFFFF000u, 4));
+    EXPECT_EQ(kErrorBefore, peers.browse->GetLastObjectError());  // success stores nothing
+    EXPECT_TRUE(log.Records().empty());
+
+    const auto calls = peers.Calls();
     ASSERT_EQ(4u, calls.size());
     const std::string caller = kxSysInfo::GetComputerNameA();
     {
@@ -400,20 +346,23 @@ TEST_F(FakeLockManager, Version1RequestsCarryTheDesignedLockDescription) {
     }
 }
 
-TEST_F(FakeLockManager, FallsBackToVersion4AndRemembersIt) {
-    const auto calls = Run(4, "nlm4only", 0,
-                           {Request(true, true, kPast4GiB, 4), Request(false, true, 100, 4),
-                            Request(true, false, UINT64_MAX, 28)});
-    for (int i = 0; i < 3; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_TRUE(Outcome(i).result);
-        EXPECT_EQ(kErrorBefore, Outcome(i).error);
-        EXPECT_STREQ("", Outcome(i).logText);  // the refused version-1 request is no failure
-    }
+void FallbackToVersion4() {
+    LockPeers peers(4, "nlm4only", NLM4_GRANTED);
+    ASSERT_TRUE(peers.browse);
+    kxtest::LogCapture log;
+    EXPECT_TRUE(peers.Lock(true, true, kPast4GiB, 4));
+    EXPECT_TRUE(peers.Lock(false, true, 100, 4));
+    EXPECT_TRUE(peers.Lock(true, false, UINT64_MAX, 28));
+    EXPECT_EQ(kErrorBefore, peers.browse->GetLastObjectError());
+    EXPECT_TRUE(log.Records().empty());  // the refused version-1 request is no failure
+    EXPECT_TRUE(peers.browse->Verify());  // the lock manager's connection answers
+
     // One version-1 request, refused; from then on version 4 only.
-    ASSERT_EQ(4u, calls.size());
+    const auto calls = peers.Calls();
+    ASSERT_EQ(5u, calls.size());  // the last one is Verify's NULL
     EXPECT_EQ(1u, calls[0].version);
     for (size_t i = 1; i < calls.size(); ++i) EXPECT_EQ(4u, calls[i].version) << i;
+    EXPECT_EQ(0u, calls[4].procedure);
     {
         Args<nlm4_lockargs> a(calls[1], xdr_nlm4_lockargs);
         ASSERT_TRUE(a.ok);
@@ -445,32 +394,61 @@ TEST_F(FakeLockManager, FallsBackToVersion4AndRemembersIt) {
     }
 }
 
+const std::string kDetail = " localhost:/export/000000/f";
+
+void Version1Denied() {
+    LockPeers peers(1, "nlm", nlm_denied);
+    ASSERT_TRUE(peers.browse);
+    kxtest::LogCapture log;
+    EXPECT_FALSE(peers.Lock(true, true, 100, 4));
+    EXPECT_EQ(KX_E_NLM_DENIED, peers.browse->GetLastObjectError());
+    EXPECT_FALSE(peers.Lock(false, true, 100, 4));
+    ASSERT_EQ(2u, log.Records().size());
+    EXPECT_EQ(KX_E_NLM_DENIED, log.Records()[0].code);
+    EXPECT_EQ("nlm_lock_3(status 1, err 0x00000000)" + kDetail, log.Records()[0].text);
+    EXPECT_EQ("nlm_unlock_3(status 1, err 0x00000000)" + kDetail, log.Records()[1].text);
+}
+
+void Version4StaleHandle() {
+    LockPeers peers(4, "nlm4only", NLM4_STALE_FH);
+    ASSERT_TRUE(peers.browse);
+    kxtest::LogCapture log;
+    EXPECT_FALSE(peers.Lock(true, true, 100, 4));
+    EXPECT_EQ(KX_E_NFS_STALE, peers.browse->GetLastObjectError());
+    ASSERT_EQ(1u, log.Records().size());
+    EXPECT_EQ("nlmproc4_lock_4 (status 7, err 0x00000000)" + kDetail, log.Records()[0].text);
+}
+
+void NoLockManager() {
+    LockPeers peers(0, "", 0);
+    ASSERT_TRUE(peers.browse);
+    kxtest::LogCapture log;
+    EXPECT_FALSE(peers.Lock(true, true, 100, 4));
+    EXPECT_EQ(kErrorBefore, peers.browse->GetLastObjectError());  // nothing stored
+    EXPECT_TRUE(log.Records().empty());                           // nothing logged
+    EXPECT_TRUE(peers.browse->Verify());  // no lock connection was left behind
+}
+
+class FakeLockManager : public ::testing::Test {
+protected:
+    void SetUp() override {
+        auto& sandbox = kxtest::NFSSandbox::Get();
+        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+    }
+};
+
+TEST_F(FakeLockManager, Version1RequestsCarryTheDesignedLockDescription) {
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<Version1Requests>());
+}
+
+TEST_F(FakeLockManager, FallsBackToVersion4AndRemembersIt) {
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<FallbackToVersion4>());
+}
+
 TEST_F(FakeLockManager, RefusalsAreTranslatedAndLogged) {
-    const std::string detail = " localhost:/export/000000/f";
-    {
-        SCOPED_TRACE("version 1, denied");
-        Run(1, "nlm", nlm_denied, {Request(true, true, 100, 4), Request(false, true, 100, 4)});
-        EXPECT_FALSE(Outcome(0).result);
-        EXPECT_EQ(KX_E_NLM_DENIED, Outcome(0).error);
-        EXPECT_EQ(KX_E_NLM_DENIED, Outcome(0).logCode);
-        EXPECT_EQ("nlm_lock_3(status 1, err 0x00000000)" + detail, Outcome(0).logText);
-        EXPECT_FALSE(Outcome(1).result);
-        EXPECT_EQ("nlm_unlock_3(status 1, err 0x00000000)" + detail, Outcome(1).logText);
-    }
-    {
-        SCOPED_TRACE("version 4, stale handle");
-        Run(4, "nlm4only", NLM4_STALE_FH, {Request(true, true, 100, 4)});
-        EXPECT_FALSE(Outcome(0).result);
-        EXPECT_EQ(KX_E_NFS_STALE, Outcome(0).error);
-        EXPECT_EQ("nlmproc4_lock_4 (status 7, err 0x00000000)" + detail, Outcome(0).logText);
-    }
-    {
-        SCOPED_TRACE("no lock manager");
-        Run(0, "", 0, {Request(true, true, 100, 4)});
-        EXPECT_FALSE(Outcome(0).result);
-        EXPECT_EQ(kErrorBefore, Outcome(0).error);  // nothing stored
-        EXPECT_STREQ("", Outcome(0).logText);       // nothing logged
-    }
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<Version1Denied>());
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<Version4StaleHandle>());
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<NoLockManager>());
 }
 
 }  // namespace
