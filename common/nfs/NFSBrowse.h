@@ -69,8 +69,42 @@ public:
     // without ending the directory end the listing with true too. KX_E_NOT_INITIALISED for a
     // dir without DirEntry::kMagic.
     virtual bool Entries(const DirEntry& dir, std::vector<DirEntry>& list) = 0;
-    // A new entry for the server path, or null (KX_E_NFS_NO_EXPORT when no export serves it).
+
+    // Object operations (Open, Lookup, CreateObject ... GetAttributes). Common rules:
+    // - A DirEntry argument without DirEntry::kMagic gives KX_E_NOT_INITIALISED; nothing is sent.
+    // - A failed remote call is logged once, "<procedure> (status %d, err 0x%8.8X)" and the
+    //   detail host ":" server path given at each operation, and its code is stored as the last
+    //   error (Access alone never stores one).
+    // - Names given by the caller or taken from the last part of a serverPath are single names:
+    //   an empty one gives KX_E_NFS_NO_NAME; one holding '/' or a zero byte, "..", or "." (but
+    //   for Lookup) gives KX_E_BAD_ARGUMENT; both are stored, not logged, and nothing is sent.
+    // - Entries these operations make have path == serverPath and the readPreferred and
+    //   writePreferred sizes of the directory they were made in (Open: of the export), so data
+    //   transfer can use them. A reply that leaves out a new object's handle or attributes
+    //   (both optional in the protocol) is completed with LOOKUP or GETATTR, so success always
+    //   yields an entry with a handle and attributes.
+
+    // A new entry for the server path that the caller deletes, or null.
+    // The path is normalised first: empty names ("//", a trailing '/') and "." are dropped, and
+    // a ".." anywhere refuses the path with KX_E_BAD_ARGUMENT (nothing sent), so a walk never
+    // steps out of its export. The export is chosen for the normalised path (FindMountPoint;
+    // its failure stays in the last error, KX_E_NFS_NO_EXPORT when no export serves it). The
+    // export path itself, with or without a trailing '/', gives a copy of the export's root
+    // without any LOOKUP; below it one LOOKUP per name, and the entry's serverPath is the
+    // normalised path. KX_E_NFS_CANCELLED when the CancelledIf answers true before a LOOKUP.
+    // create: a missing last name (NFS3ERR_NOENT) is made with CREATE UNCHECKED, mode 0777,
+    //   owner 0 and group 0 whatever the credentials, size 0 and the server's times (kept as it
+    //   is: a server may refuse owner 0 to a caller that is not root). Missing directories on
+    //   the way are not made. Logged as "nfsproc3_create_3 (...)" host:path.
+    // nearest: when the walk fails at any step, cancellation included, the deepest object
+    //   reached comes back instead of null (the export's root when the first name is missing),
+    //   with the failure in the last error. Compare the entry's serverPath with the normalised
+    //   path to tell a partial walk from a whole one.
+    // LOOKUP failures are logged as "nfsproc3_lookup_3 (...)" host:path up to the failing name.
     virtual DirEntry* Open(const std::string& path, bool create, bool nearest) = 0;
+    // LOOKUP of one name in dir ("." allowed). True with entry replaced by the object found:
+    // attributes, handle, both paths dir.serverPath "/" name, dir's preferred sizes. A failure
+    // leaves entry as it was. Logged as "nfsproc3_lookup_3 (...)" host:dir.serverPath/name.
     virtual bool Lookup(const DirEntry& dir, const std::string& name, DirEntry& entry) = 0;
     // Writes count bytes of data at offset with WRITE, UNSTABLE (no COMMIT follows: the server
     // may hold the data in memory until it chooses to store it), in chunks sent one after
@@ -102,11 +136,43 @@ public:
     // `info` must come in with an empty serverPath. True when one was found and its figures
     // could be read; a failure to read them leaves the code in the last error.
     virtual bool FindMountPoint(const std::string& path, ExportInfo& info) = 0;
+    // Makes in dir the object entry describes, named by the last part of entry.serverPath
+    // (KX_E_NFS_NO_NAME, nothing sent, when that ends in '/'). Bit 0x02 of entry.type chooses
+    // MKDIR, so types 2, 3, 6 and 7 all make a directory (a bit test, kept as it is); otherwise
+    // CREATE UNCHECKED, which reuses an existing file and cuts it to 0 bytes (whether its other
+    // attributes change is the server's choice). entry.size is set to 0 first, then all six
+    // attributes go from the entry (kSetAll: mode, uid, gid, size 0, for directories too, and
+    // the two times as client times): set them before the call. When a server refuses a
+    // directory's size (NFS3ERR_INVAL), the directory it may have made anyway is given the
+    // other attributes, or it is made again without the size.
+    // True with entry's paths dir.serverPath "/" name, handle and attributes from the server.
+    // Logged as "NFSBrowseImpl3::CreateObject (...)" host:dir.serverPath/name; an existing
+    // directory name gives KX_E_NFS_EXISTS.
     virtual bool CreateObject(const DirEntry& dir, DirEntry& entry) = 0;
+    // Removes from dir the object named by the last part of entry.serverPath: RMDIR when bit
+    // 0x02 of entry.type is set, else REMOVE. Logged as "nfsproc3_rmdir_3 (...)" or
+    // "nfsproc3_remove_3 (...)" host:dir.serverPath/name; a directory with entries in it gives
+    // KX_E_NFS_NOT_EMPTY.
     virtual bool DeleteObject(const DirEntry& dir, const DirEntry& entry) = 0;
+    // Renames entry within dir: the object never changes directory. entry.serverPath is first
+    // reset from entry.path, whose last part is the old name. True with both paths
+    // dir.serverPath "/" newName. An existing newName is replaced or refused as RENAME does (a
+    // file over a file is replaced; over a directory with entries: KX_E_NFS_EXISTS or
+    // KX_E_NFS_NOT_EMPTY, as the server says). Logged as "nfsproc3_rename_3 (...)"
+    // host:dir.serverPath " from " old " to " new.
     virtual bool RenameObject(const DirEntry& dir, DirEntry& entry, const std::string& newName) = 0;
+    // READLINK: target receives the link's text and a terminating zero (bytes used: length + 1).
+    // KX_E_OUT_OF_MEMORY when the buffer cannot grow. Logged as "nfsproc3_readlink_3 (...)"
+    // host:entry.serverPath.
     virtual bool ReadSymlink(const DirEntry& entry, KBuffer& target) = 0;
+    // SYMLINK in dir, named by the last part of entry.serverPath, holding target's used bytes up
+    // to the first zero. The server chooses the link's attributes. True with entry filled as
+    // CreateObject fills it. Logged as "nfsproc3_symlink_3 (...)" host:dir.serverPath/name.
     virtual bool CreateSymlink(const DirEntry& dir, DirEntry& entry, const KBuffer& target) = 0;
+    // ACCESS asking for all six rights (read 0x01, lookup 0x02, modify 0x04, extend 0x08,
+    // delete 0x10, execute 0x20) whatever mask holds on entry. True with mask = the rights the
+    // server grants. A failure is logged ("nfsproc3_access_3 (...)" host:entry.serverPath) but
+    // never stored: the last error stays as it was (kept on purpose).
     virtual bool Access(const DirEntry& entry, uint32_t& mask) = 0;
     // Locks (lock true: shared, or exclusive when `exclusive`) or unlocks (lock false) the whole
     // file through the server's lock manager, never waiting: a lock held by another owner
@@ -145,6 +211,8 @@ public:
     //     "nlmproc4_unlock_4 (...)", each followed by host ":" file.serverPath.
     // Locks are not tracked: deleting the browse object releases none.
     virtual bool LockFile(const DirEntry& file, bool lock, bool exclusive) = 0;
+    // LINK: a hard link to entry's object in dir under name; entry is not changed. Logged as
+    // "nfsproc3_link_3 (...)" host:entry.serverPath " to " dir.serverPath/name.
     virtual bool MakeLink(const DirEntry& entry, const DirEntry& dir, const std::string& name) = 0;
     // A new enumeration the caller deletes, or null.
     // Starts an enumeration of dir: READDIRPLUS batches requested as Entries requests them, as
@@ -161,7 +229,23 @@ public:
     // ends the listing. When the CancelledIf answers true: false, the last error unchanged.
     // KX_E_BAD_ARGUMENT for a handle that GetFirstDirEntry of this kind of object did not make.
     virtual bool GetNextDirEntry(NFSGetNextHandle* handle, DirEntry& next) = 0;
+    // Attribute selection of SetAttributes; CreateObject sends all six.
+    enum : uint32_t {
+        kSetMode = 0x01,
+        kSetOwner = 0x02,       // uid
+        kSetGroup = 0x04,       // gid
+        kSetSize = 0x08,
+        kSetAccessTime = 0x10,  // accessTime, as a client time
+        kSetWriteTime = 0x20,   // writeTime, as a client time
+        kSetAll = 0x3F
+    };
+    // SETATTR of the selected attributes from entry, without the ctime guard; unselected ones
+    // keep the server's values. A _FILETIME before 1970 wraps (unsigned arithmetic, kept).
+    // entry is not changed. Logged as "nfsproc3_setattr_3 (...)" host:entry.serverPath.
     virtual bool SetAttributes(DirEntry& entry, uint32_t selection) = 0;
+    // GETATTR: refreshes entry's attributes (type, mode, nlink, uid, gid, sizes, ids, times);
+    // handle, paths and preferred sizes stay. Logged as "nfsproc3_getattr_3 (...)"
+    // host:entry.serverPath.
     virtual bool GetAttributes(DirEntry& entry) = 0;
     // The last stored failure code; 0 when nothing has failed.
     virtual long GetLastObjectError() = 0;

@@ -3,8 +3,10 @@
 //
 // The operations are spread over one source file per concern:
 //   NFSBrowseImpl3.cpp     export listing
-//   NFSObjectOps3.cpp      object operations (open, lookup, create, remove, rename, links,
-//                          attributes, access)
+//   NFSOpen3.cpp           object operations: Open and its walk, Lookup
+//   NFSCreate3.cpp         object operations: making files, directories and symbolic links
+//   NFSObjectOps3.cpp      object operations: remove, rename, hard links, symbolic link
+//                          text, attributes, access (pure helpers in kxNFS3ObjectUtils.h)
 //   NFSTransfer3.cpp       data transfer (READ and WRITE in chunks)
 //   NFSDirList3.cpp        directory listing (READDIRPLUS), with NFS3GetNextHandle.h
 // Locking is version-independent and lives with NFSBrowseImplCommon (NFSLock.cpp).
@@ -19,6 +21,7 @@ struct write3args;
 struct write3res;
 struct read3args;
 struct read3res;
+struct diropres3ok;
 
 namespace kxNFSUtils {
 
@@ -59,6 +62,42 @@ public:
 
 private:
     // ---- Object operations: private helpers ----
+    // Each returns 0 or the code of a failure that was translated and logged; the callers
+    // decide whether it becomes the last error.
+
+    // Stores a failure code as the last error; true for KX_OK.
+    bool Store(long rc);
+
+    // LOOKUP of name in dir into entry, made afresh: both paths `path`, dir's preferred sizes,
+    // handle and attributes (by GETATTR when the reply has none). Failures are logged with
+    // the detail host ":" path, except that with quietNoEnt an NFS3ERR_NOENT comes back as
+    // KX_E_NFS_NOENT without a log line (Open is about to create the name).
+    long LookupName(const DirEntry& dir, const std::string& name, const std::string& path,
+                    bool quietNoEnt, DirEntry& entry);
+    // GETATTR into entry's attributes; logged with host ":" entry.serverPath.
+    long FetchAttributes(DirEntry& entry);
+    // Open's walk below the export root, one LOOKUP per name in a loop (so no path, however
+    // long, can exhaust the stack). True with entry = the object at the end of names (created
+    // there by CreateLeaf when `create` and it is missing); false with the last error set and
+    // entry = the deepest object reached, the root itself when none.
+    bool OpenLeaf(const ExportInfo& root, const std::vector<std::string>& names, bool create,
+                  DirEntry& entry);
+    // Open's CREATE of name in dir (UNCHECKED, 0777, owner 0, group 0, size 0, server times).
+    long CreateLeaf(const DirEntry& dir, const std::string& name, const std::string& path,
+                    DirEntry& entry);
+    // CreateObject's MKDIR with every attribute of entry, size 0 included. A server that takes
+    // no size for a directory answers NFS3ERR_INVAL, after making it (nfs-ganesha) or not: the
+    // name is then looked up and, if it is a directory now, given the other attributes by
+    // SETATTR; if it is missing, made again without the size.
+    long MakeDirectory(const DirEntry& dir, const std::string& name, const std::string& path,
+                       DirEntry& entry);
+    // SETATTR of the selected attributes of entry, without the ctime guard.
+    long SetAttr(const DirEntry& entry, uint32_t selection);
+    // Makes entry the new object a CREATE, MKDIR or SYMLINK reply describes: both paths `path`,
+    // dir's preferred sizes, handle and attributes from the reply, or by LOOKUP of name in dir
+    // and GETATTR when the reply leaves them out.
+    long AdoptNewObject(const DirEntry& dir, const std::string& name, const std::string& path,
+                        const diropres3ok& reply, DirEntry& entry);
     // ---- end of object operations: private helpers ----
 
     // ---- Data transfer: private helpers ----

@@ -1,0 +1,236 @@
+// An NFS version 3 mode (program 100003) for the object operations: answers that tell the
+// test what the client sent, and replies that leave out what the protocol lets a server leave
+// out.
+//
+//   nfsobjects    FSSTAT, FSINFO (preferred read 32768, preferred write 16384) and PATHCONF
+//                 answer plausibly. Handles are "H:" and the name looked up ("." gives back
+//                 the directory's handle). LOOKUP: names starting with "missing" do not
+//                 exist, names starting with "d" are directories, names starting with "noattr"
+//                 come back without attributes, anything else is a regular file. GETATTR
+//                 answers a symbolic link for handles "S:...", a directory for "H:d..." and
+//                 "C:d...", a regular file otherwise. SETATTR always succeeds.
+//                 CREATE and MKDIR give handle "C:"+name with attributes, but CREATE of a name
+//                 starting with "nohandle" gives neither, and MKDIR of a name holding "strict"
+//                 that sets a size fails with NFS3ERR_INVAL. SYMLINK gives handle "S:"+name
+//                 without attributes. ACCESS grants read, modify and delete of what was asked.
+//                 Other procedures: PROC_UNAVAIL.
+//
+// Every answer depends on the call alone, so a request resent over UDP gets the same reply.
+#include <cstring>
+#include <string>
+
+#include "kxFakePeer.h"
+#include "xdr/nfs3_prot.h"
+
+namespace {
+
+using kxfake::Call;
+
+template <typename F>
+xdrproc_t Proc(F f) {
+    return reinterpret_cast<xdrproc_t>(f);
+}
+
+bool StartsWith(const char* text, const char* prefix) {
+    return text != nullptr && strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+fattr3 Attributes(ftype3 type, uint64_t fileid) {
+    fattr3 a;
+    memset(&a, 0, sizeof a);
+    a.type = type;
+    a.mode = type == NF3DIR ? 0755 : 0644;
+    a.nlink = 1;
+    a.fsid = 77;
+    a.fileid = fileid;
+    a.atime = a.mtime = a.ctime = {1700000000, 500};
+    return a;
+}
+
+post_op_attr Present(const fattr3& a) {
+    post_op_attr p;
+    p.attributes_follow = TRUE;
+    p.post_op_attr_u.attributes = a;
+    return p;
+}
+
+nfs_fh3 Handle(std::string& storage) {
+    nfs_fh3 fh;
+    fh.data.data_len = static_cast<u_int>(storage.size());
+    fh.data.data_val = &storage[0];
+    return fh;
+}
+
+// Decodes the call's arguments into args, or answers GARBAGE_ARGS; release with Free.
+template <typename Args>
+bool Decode(const Call& call, bool_t (*proc)(XDR*, Args*), Args& args) {
+    memset(&args, 0, sizeof args);
+    return call.DecodeArgs(Proc(proc), &args);
+}
+
+bool Lookup(const Call& call, std::vector<char>& out) {
+    diropargs3 args;
+    if (!Decode(call, xdr_diropargs3, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string name = args.name != nullptr ? args.name : "";
+    std::string handle = name == "." ? std::string(args.dir.data.data_val, args.dir.data.data_len)
+                                     : "H:" + name;
+    call.FreeArgs(Proc(xdr_diropargs3), &args);
+
+    lookup3res res;
+    memset(&res, 0, sizeof res);
+    if (StartsWith(name.c_str(), "missing")) {
+        res.status = NFS3ERR_NOENT;
+        return kxfake::AcceptWith(call, Proc(xdr_lookup3res), &res, out);
+    }
+    res.status = NFS3_OK;
+    lookup3resok& ok = res.lookup3res_u.resok;
+    ok.object = Handle(handle);
+    const bool dir = name == "." || StartsWith(name.c_str(), "d");
+    if (!StartsWith(name.c_str(), "noattr"))
+        ok.obj_attributes = Present(Attributes(dir ? NF3DIR : NF3REG, 100 + name.size()));
+    return kxfake::AcceptWith(call, Proc(xdr_lookup3res), &res, out);
+}
+
+bool GetAttr(const Call& call, std::vector<char>& out) {
+    nfs_fh3 fh;
+    if (!Decode(call, xdr_nfs_fh3, fh)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string handle(fh.data.data_val, fh.data.data_len);
+    call.FreeArgs(Proc(xdr_nfs_fh3), &fh);
+    ftype3 type = NF3REG;
+    if (handle.compare(0, 2, "S:") == 0) type = NF3LNK;
+    if (handle.compare(0, 3, "H:d") == 0 || handle.compare(0, 3, "C:d") == 0) type = NF3DIR;
+    getattr3res res;
+    memset(&res, 0, sizeof res);
+    res.status = NFS3_OK;
+    res.getattr3res_u.resok.obj_attributes = Attributes(type, 5);
+    return kxfake::AcceptWith(call, Proc(xdr_getattr3res), &res, out);
+}
+
+// The reply of CREATE, MKDIR and SYMLINK for name.
+bool Made(const Call& call, const std::string& name, const std::string& prefix, bool handle,
+          bool attributes, ftype3 type, std::vector<char>& out) {
+    std::string storage = prefix + name;
+    diropres3 res;
+    memset(&res, 0, sizeof res);
+    res.status = NFS3_OK;
+    diropres3ok& ok = res.diropres3_u.resok;
+    ok.obj.handle_follows = handle;
+    if (handle) ok.obj.post_op_fh3_u.handle = Handle(storage);
+    if (attributes) ok.obj_attributes = Present(Attributes(type, 200 + name.size()));
+    return kxfake::AcceptWith(call, Proc(xdr_diropres3), &res, out);
+}
+
+bool Create(const Call& call, std::vector<char>& out) {
+    create3args args;
+    if (!Decode(call, xdr_create3args, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string name = args.where.name;
+    call.FreeArgs(Proc(xdr_create3args), &args);
+    const bool full = !StartsWith(name.c_str(), "nohandle");
+    return Made(call, name, "C:", full, full, NF3REG, out);
+}
+
+bool MkDir(const Call& call, std::vector<char>& out) {
+    mkdir3args args;
+    if (!Decode(call, xdr_mkdir3args, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string name = args.where.name;
+    const bool sized = args.attributes.size.set_it != 0;
+    call.FreeArgs(Proc(xdr_mkdir3args), &args);
+    if (sized && name.find("strict") != std::string::npos) {
+        diropres3 res;
+        memset(&res, 0, sizeof res);
+        res.status = NFS3ERR_INVAL;
+        return kxfake::AcceptWith(call, Proc(xdr_diropres3), &res, out);
+    }
+    return Made(call, name, "C:", true, true, NF3DIR, out);
+}
+
+bool SymLink(const Call& call, std::vector<char>& out) {
+    symlink3args args;
+    if (!Decode(call, xdr_symlink3args, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string name = args.where.name;
+    call.FreeArgs(Proc(xdr_symlink3args), &args);
+    return Made(call, name, "S:", true, false, NF3LNK, out);
+}
+
+bool SetAttr(const Call& call, std::vector<char>& out) {
+    wccstat3 res;
+    memset(&res, 0, sizeof res);
+    res.status = NFS3_OK;
+    return kxfake::AcceptWith(call, Proc(xdr_wccstat3), &res, out);
+}
+
+bool Access(const Call& call, std::vector<char>& out) {
+    access3args args;
+    if (!Decode(call, xdr_access3args, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const uint32_t asked = args.access;
+    call.FreeArgs(Proc(xdr_access3args), &args);
+    access3res res;
+    memset(&res, 0, sizeof res);
+    res.status = NFS3_OK;
+    res.access3res_u.resok.access = asked & (ACCESS3_READ | ACCESS3_MODIFY | ACCESS3_DELETE);
+    return kxfake::AcceptWith(call, Proc(xdr_access3res), &res, out);
+}
+
+bool FsStat(const Call& call, std::vector<char>& out) {
+    fsstat3res res;
+    memset(&res, 0, sizeof res);
+    res.status = NFS3_OK;
+    res.fsstat3res_u.resok.tbytes = 1ull << 40;
+    return kxfake::AcceptWith(call, Proc(xdr_fsstat3res), &res, out);
+}
+
+bool FsInfo(const Call& call, std::vector<char>& out) {
+    fsinfo3res res;
+    memset(&res, 0, sizeof res);
+    res.status = NFS3_OK;
+    fsinfo3resok& ok = res.fsinfo3res_u.resok;
+    ok.rtmax = ok.wtmax = 65536;
+    ok.rtpref = 32768;
+    ok.wtpref = 16384;
+    ok.rtmult = ok.wtmult = 4096;
+    ok.dtpref = 8192;
+    ok.maxfilesize = ~0ull;
+    ok.properties = FSF3_LINK | FSF3_SYMLINK | FSF3_HOMOGENEOUS | FSF3_CANSETTIME;
+    return kxfake::AcceptWith(call, Proc(xdr_fsinfo3res), &res, out);
+}
+
+bool PathConf(const Call& call, std::vector<char>& out) {
+    pathconf3res res;
+    memset(&res, 0, sizeof res);
+    res.status = NFS3_OK;
+    res.pathconf3res_u.resok.name_max = 255;
+    return kxfake::AcceptWith(call, Proc(xdr_pathconf3res), &res, out);
+}
+
+bool Objects(const Call& call, std::vector<char>& out) {
+    switch (call.procedure) {
+    case 0:
+        return kxfake::AcceptWith(call, nullptr, nullptr, out);
+    case 1:
+        return GetAttr(call, out);
+    case 2:
+        return SetAttr(call, out);
+    case 3:
+        return Lookup(call, out);
+    case 4:
+        return Access(call, out);
+    case 8:
+        return Create(call, out);
+    case 9:
+        return MkDir(call, out);
+    case 10:
+        return SymLink(call, out);
+    case 18:
+        return FsStat(call, out);
+    case 19:
+        return FsInfo(call, out);
+    case 20:
+        return PathConf(call, out);
+    default:
+        return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+    }
+}
+
+}  // namespace
+
+KX_FAKE_MODE("nfsobjects", Objects);

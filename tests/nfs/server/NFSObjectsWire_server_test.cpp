@@ -1,0 +1,291 @@
+// What the object operations put on the wire, and how they complete replies that leave out
+// optional parts, against the fake peer in mode "nfsobjects" (fake/kxFakeObjectModes.cpp).
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/KBuffer.h"
+#include "kxFakeBrowse.h"
+#include "kxLogCapture.h"
+#include "nfs/NFSBrowse.h"
+#include "platform/kxWin32Types.h"
+#include "xdr/nfs3_prot.h"
+
+using namespace kxNFSUtils;
+
+namespace {
+
+const std::string kExport = "/export/000000";
+const std::string kRootHandle("\x01\x02\x03\x04", 4);
+
+enum : uint32_t { kGetAttr = 1, kSetAttr = 2, kLookup = 3, kAccess = 4, kCreate = 8, kMkDir = 9 };
+
+std::string HandleOf(const DirEntry& e) {
+    return std::string(reinterpret_cast<const char*>(e.handle), e.handleLength);
+}
+
+// The directory handle and name of every LOOKUP received.
+std::vector<std::pair<std::string, std::string>> Lookups(const kxtest::FakeNFS& fake) {
+    std::vector<std::pair<std::string, std::string>> seen;
+    for (const kxfake::Call& c : fake.Calls(kLookup)) {
+        diropargs3 a;
+        memset(&a, 0, sizeof a);
+        EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_diropargs3), &a));
+        seen.emplace_back(std::string(a.dir.data.data_val, a.dir.data.data_len), a.name);
+        c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_diropargs3), &a);
+    }
+    return seen;
+}
+
+size_t AllCalls(const kxtest::FakeNFS& fake) {
+    size_t n = 0;
+    for (uint32_t p = 0; p < 22; ++p) n += fake.Calls(p).size();
+    return n;
+}
+
+void OpenWalk() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsobjects", 0));
+    ExportInfo root;
+    auto browse = fake.Browse(eUseUDP, root);
+    ASSERT_TRUE(browse);
+    using Sent = std::vector<std::pair<std::string, std::string>>;
+
+    // The export itself: the root's copy, and no LOOKUP beyond the export's own ".".
+    for (const std::string& p : {kExport, kExport + "/", kExport + "//."}) {
+        SCOPED_TRACE(p);
+        std::unique_ptr<DirEntry> e(browse->Open(p, false, false));
+        ASSERT_TRUE(e);
+        EXPECT_EQ(kExport, e->serverPath);
+        EXPECT_EQ(kRootHandle, HandleOf(*e));
+        for (const auto& l : Lookups(fake)) EXPECT_EQ(".", l.second);
+    }
+
+    // One LOOKUP per name, each in the handle the previous one found; no "." nor "" sent.
+    const size_t before = Lookups(fake).size();
+    std::unique_ptr<DirEntry> f(browse->Open(kExport + "//d1/./d2//f/", false, false));
+    ASSERT_TRUE(f);
+    const Sent all = Lookups(fake);
+    const Sent walk(all.begin() + static_cast<long>(before), all.end());
+    EXPECT_EQ((Sent{{kRootHandle, "."}, {kRootHandle, "d1"}, {"H:d1", "d2"}, {"H:d2", "f"}}),
+              walk);
+    EXPECT_EQ(kExport + "/d1/d2/f", f->serverPath);
+    EXPECT_EQ(f->serverPath, f->path);
+    EXPECT_EQ("H:f", HandleOf(*f));
+    EXPECT_EQ(kDirEntryRegular, f->type);
+    // The export's preferred sizes, each in its own field.
+    EXPECT_EQ(32768u, f->readPreferred);
+    EXPECT_EQ(16384u, f->writePreferred);
+
+    // A LOOKUP reply without attributes is completed by GETATTR.
+    const size_t getattrs = fake.Calls(kGetAttr).size();
+    std::unique_ptr<DirEntry> bare(browse->Open(kExport + "/noattr", false, false));
+    ASSERT_TRUE(bare);
+    EXPECT_EQ(getattrs + 1, fake.Calls(kGetAttr).size());
+    EXPECT_EQ(kDirEntryRegular, bare->type);
+    EXPECT_EQ(5u, bare->fileId);
+
+    // ".." sends nothing at all, not even the export's LOOKUP.
+    const size_t calls = AllCalls(fake);
+    EXPECT_EQ(nullptr, browse->Open(kExport + "/d1/../d1/f", true, true));
+    EXPECT_EQ(KX_E_BAD_ARGUMENT, browse->GetLastObjectError());
+    EXPECT_EQ(calls, AllCalls(fake));
+}
+
+TEST(NFSObjectsWire, OpenSendsOneLookupPerNameAndNoneForTheExport) {
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<OpenWalk>());
+}
+
+void OpenCreate() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsobjects", 0));
+    // Not root: owner and group 0 are sent all the same.
+    NFSBrowse* b = nullptr;
+    ASSERT_EQ(KX_OK, CreateNFSBrowse(b, inet_addr("127.0.0.1"), 1000, {1000}, nullptr, eUseTCP,
+                                     "fake"));
+    std::unique_ptr<NFSBrowse> browse(b);
+    kxtest::LogCapture log;
+    std::unique_ptr<DirEntry> e(browse->Open(kExport + "/d1/missingfile", true, false));
+    ASSERT_TRUE(e);
+    EXPECT_EQ("C:missingfile", HandleOf(*e));
+    EXPECT_EQ(kExport + "/d1/missingfile", e->serverPath);
+    EXPECT_EQ(32768u, e->readPreferred);
+    EXPECT_TRUE(log.Records().empty()) << "the LOOKUP that finds no file is not a failure";
+
+    const auto creates = fake.Calls(kCreate);
+    ASSERT_EQ(1u, creates.size());
+    create3args a;
+    memset(&a, 0, sizeof a);
+    ASSERT_TRUE(creates[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_create3args), &a));
+    EXPECT_EQ("H:d1", std::string(a.where.dir.data.data_val, a.where.dir.data.data_len));
+    EXPECT_STREQ("missingfile", a.where.name);
+    EXPECT_EQ(UNCHECKED, a.how.mode);
+    const sattr3& s = a.how.createhow3_u.obj_attributes;
+    EXPECT_TRUE(s.mode.set_it);
+    EXPECT_EQ(0777u, s.mode.set_uint32_u.val);
+    EXPECT_TRUE(s.uid.set_it);
+    EXPECT_EQ(0u, s.uid.set_uint32_u.val);
+    EXPECT_TRUE(s.gid.set_it);
+    EXPECT_EQ(0u, s.gid.set_uint32_u.val);
+    EXPECT_TRUE(s.size.set_it);
+    EXPECT_EQ(0u, s.size.set_uint64_u.val);
+    EXPECT_EQ(SET_TO_SERVER_TIME, s.atime.set_it);
+    EXPECT_EQ(SET_TO_SERVER_TIME, s.mtime.set_it);
+    creates[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_create3args), &a);
+
+    // A missing directory on the way: its LOOKUP fails, nothing is created.
+    EXPECT_EQ(nullptr, browse->Open(kExport + "/missingdir/f", true, false));
+    EXPECT_EQ(KX_E_NFS_NOENT, browse->GetLastObjectError());
+    EXPECT_TRUE(log.Has(KX_E_NFS_NOENT, "nfsproc3_lookup_3 (status 2, err 0x00000000) "
+                                        "fake:" + kExport + "/missingdir"));
+    EXPECT_EQ(1u, fake.Calls(kCreate).size());
+}
+
+TEST(NFSObjectsWire, OpenCreatesWithModeOwnerGroupSizeAndServerTimes) {
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<OpenCreate>());
+}
+
+void CreateObjects() {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsobjects", 0));
+    ExportInfo root;
+    auto browse = fake.Browse(eUseTCP, root);
+    ASSERT_TRUE(browse);
+    kxtest::LogCapture log;
+
+    DirEntry file;
+    file.path = file.serverPath = "/elsewhere/f1";  // only the name counts
+    file.type = kDirEntryRegular;
+    file.mode = 0640;
+    file.uid = 7;
+    file.gid = 8;
+    file.size = 99;
+    file.accessTime = kxFileTimeUnixEpoch + 20000005ull;
+    file.writeTime = kxFileTimeUnixEpoch + 30000000ull;
+    ASSERT_TRUE(browse->CreateObject(root, file));
+    EXPECT_EQ(kExport + "/f1", file.serverPath);
+    EXPECT_EQ(kExport + "/f1", file.path);
+    EXPECT_EQ("C:f1", HandleOf(file));
+    const auto creates = fake.Calls(kCreate);
+    ASSERT_EQ(1u, creates.size());
+    create3args c;
+    memset(&c, 0, sizeof c);
+    ASSERT_TRUE(creates[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_create3args), &c));
+    EXPECT_EQ(UNCHECKED, c.how.mode);
+    const sattr3& s = c.how.createhow3_u.obj_attributes;
+    EXPECT_TRUE(s.mode.set_it && s.uid.set_it && s.gid.set_it && s.size.set_it);
+    EXPECT_EQ(0640u, s.mode.set_uint32_u.val);
+    EXPECT_EQ(7u, s.uid.set_uint32_u.val);
+    EXPECT_EQ(8u, s.gid.set_uint32_u.val);
+    EXPECT_EQ(0u, s.size.set_uint64_u.val);  // the entry's 99 is replaced by 0
+    EXPECT_EQ(SET_TO_CLIENT_TIME, s.atime.set_it);
+    EXPECT_EQ(2u, s.atime.set_time_u.time.seconds);
+    EXPECT_EQ(500u, s.atime.set_time_u.time.nseconds);
+    EXPECT_EQ(SET_TO_CLIENT_TIME, s.mtime.set_it);
+    EXPECT_EQ(3u, s.mtime.set_time_u.time.seconds);
+    creates[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_create3args), &c);
+
+    // Every type with bit 0x02 makes a directory; MKDIR carries the size 0 as well.
+    for (uint32_t type : {2u, 3u, 6u, 7u}) {
+        DirEntry d;
+        d.path = d.serverPath = kExport + "/dir" + std::to_string(type);
+        d.type = type;
+        ASSERT_TRUE(browse->CreateObject(root, d)) << type;
+    }
+    const auto mkdirs = fake.Calls(kMkDir);
+    ASSERT_EQ(4u, mkdirs.size());
+    for (const auto& call : mkdirs) {
+        mkdir3args m;
+        memset(&m, 0, sizeof m);
+        ASSERT_TRUE(call.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_mkdir3args), &m));
+        EXPECT_TRUE(m.attributes.size.set_it) << m.where.name;
+        EXPECT_EQ(0u, m.attributes.size.set_uint64_u.val);
+        call.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_mkdir3args), &m);
+    }
+    EXPECT_EQ(1u, fake.Calls(kCreate).size());
+
+    // A server that refuses the directory's size without making it gets the MKDIR again
+    // without the size, quietly.
+    DirEntry strict;
+    strict.path = strict.serverPath = kExport + "/missingstrict";
+    strict.type = kDirEntryDirectory;
+    strict.mode = 0700;
+    ASSERT_TRUE(browse->CreateObject(root, strict));
+    EXPECT_EQ("C:missingstrict", HandleOf(strict));
+    EXPECT_EQ(kDirEntryDirectory, strict.type);
+    const auto retried = fake.Calls(kMkDir);
+    ASSERT_EQ(6u, retried.size());
+    mkdir3args m;
+    memset(&m, 0, sizeof m);
+    ASSERT_TRUE(retried[5].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_mkdir3args), &m));
+    EXPECT_FALSE(m.attributes.size.set_it);
+    EXPECT_TRUE(m.attributes.mode.set_it);
+    EXPECT_EQ(0700u, m.attributes.mode.set_uint32_u.val);
+    retried[5].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_mkdir3args), &m);
+
+    // One that made the directory before refusing the size: the directory is looked up and
+    // given the other attributes.
+    DirEntry made = strict;
+    made.path = made.serverPath = kExport + "/dstrict";
+    made.uid = 5;
+    made.mode = 0700;
+    ASSERT_TRUE(browse->CreateObject(root, made));
+    EXPECT_EQ("H:dstrict", HandleOf(made));
+    EXPECT_EQ(kDirEntryDirectory, made.type);
+    EXPECT_EQ(kExport + "/dstrict", made.serverPath);
+    EXPECT_EQ(7u, fake.Calls(kMkDir).size());
+    const auto setattrs = fake.Calls(kSetAttr);
+    ASSERT_EQ(1u, setattrs.size());
+    setattr3args sa;
+    memset(&sa, 0, sizeof sa);
+    ASSERT_TRUE(setattrs[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_setattr3args), &sa));
+    EXPECT_EQ("H:dstrict", std::string(sa.object.data.data_val, sa.object.data.data_len));
+    EXPECT_FALSE(sa.new_attributes.size.set_it);
+    EXPECT_EQ(0700u, sa.new_attributes.mode.set_uint32_u.val);
+    EXPECT_EQ(5u, sa.new_attributes.uid.set_uint32_u.val);
+    EXPECT_TRUE(sa.new_attributes.gid.set_it);
+    EXPECT_EQ(SET_TO_CLIENT_TIME, sa.new_attributes.mtime.set_it);
+    EXPECT_FALSE(sa.guard.check);
+    setattrs[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_setattr3args), &sa);
+
+    // A CREATE reply without handle and attributes: the object is looked up by name.
+    DirEntry bare;
+    bare.path = bare.serverPath = kExport + "/nohandle1";
+    bare.type = kDirEntryRegular;
+    const size_t lookups = fake.Calls(kLookup).size();
+    ASSERT_TRUE(browse->CreateObject(root, bare));
+    EXPECT_EQ(lookups + 1, fake.Calls(kLookup).size());
+    EXPECT_EQ("H:nohandle1", HandleOf(bare));
+    EXPECT_EQ(kDirEntryRegular, bare.type);
+
+    // A SYMLINK reply with a handle but no attributes: GETATTR fills them in.
+    DirEntry link;
+    link.path = link.serverPath = kExport + "/l";
+    KBuffer target;
+    ASSERT_EQ(KX_OK, target.Assign("t"));
+    ASSERT_TRUE(browse->CreateSymlink(root, link, target));
+    EXPECT_EQ("S:l", HandleOf(link));
+    EXPECT_EQ(kDirEntrySymlink, link.type);
+    EXPECT_EQ(kExport + "/l", link.serverPath);
+    EXPECT_TRUE(log.Records().empty());
+
+    // ACCESS asks for all six rights, whatever the caller's mask says.
+    uint32_t mask = 0;
+    ASSERT_TRUE(browse->Access(link, mask));
+    EXPECT_EQ(uint32_t(ACCESS3_READ | ACCESS3_MODIFY | ACCESS3_DELETE), mask);
+    const auto access = fake.Calls(kAccess);
+    ASSERT_EQ(1u, access.size());
+    access3args a;
+    memset(&a, 0, sizeof a);
+    ASSERT_TRUE(access[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_access3args), &a));
+    EXPECT_EQ(0x3Fu, a.access);
+}
+
+TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareReplies) {
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<CreateObjects>());
+}
+
+}  // namespace
