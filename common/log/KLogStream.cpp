@@ -14,6 +14,7 @@
 #include <cwchar>
 #include <vector>
 
+#include "log/kxLogFormat.h"
 #include "log/kxLogProcess.h"
 #include "platform/kxWin32.h"
 
@@ -362,7 +363,7 @@ long KLogStream::vPrintf(long code, kxLogSev sev, unsigned long flags, const cha
     if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
     if (!IsLive()) return KX_E_LOG_NO_STREAM;
     char buf[kxLogTextPayloadPrefix + kxLogMaxText + 1];
-    int n = vsnprintf(buf + kxLogTextPayloadPrefix, kxLogMaxText + 1, format ? format : "", args);
+    int n = kxLogFormat(buf + kxLogTextPayloadPrefix, kxLogMaxText + 1, format ? format : "", args);
     if (n == -1) n = kxLogMaxText;
     const unsigned long len = std::min<unsigned long>(n < 0 ? 0 : n, kxLogMaxText);
     return WriteText(code, sev, flags, kxLogRecTypeStringA, buf, len);
@@ -373,8 +374,8 @@ long KLogStream::vBigMsgPrintf(long code, kxLogSev sev, unsigned long flags, con
     if (sev == kxLogSevInfo && !g_LogInfoMessages) return KX_S_LOG_INFO_DROPPED;
     if (!IsLive()) return KX_E_LOG_NO_STREAM;
     std::vector<char> buf(kxLogTextPayloadPrefix + kxLogMaxBigText + 1);
-    int n = vsnprintf(buf.data() + kxLogTextPayloadPrefix, kxLogMaxBigText + 1,
-                      format ? format : "", args);
+    int n = kxLogFormat(buf.data() + kxLogTextPayloadPrefix, kxLogMaxBigText + 1,
+                        format ? format : "", args);
     if (n == -1) n = kxLogMaxBigText;
     const unsigned long len = std::min<unsigned long>(n < 0 ? 0 : n, kxLogMaxBigText);
     return WriteText(code, sev, flags, kxLogRecTypeStringA, buf.data(), len);
