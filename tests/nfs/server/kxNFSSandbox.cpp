@@ -188,6 +188,8 @@ bool NFSSandbox::StartNFSServer() {
         StopPid(m_nfsServer);
         return false;
     }
+    // The lock manager registers after NFS; a lock request before that finds no lock manager.
+    m_lockManagerUp = m_statd > 0 && WaitForRegistration(100021, 4, 20000);
     return true;
 }
 

@@ -36,9 +36,10 @@ public:
     // set when it would not come up (a failure to report).
     bool StartNFSServer();
     const std::string& ExportRoot() const { return m_exportRoot; }
-    // True when the status monitor runs beside the server, so that its lock manager grants
-    // locks; false when rpc.statd is not installed (lock tests skip).
-    bool StatusMonitorUp() const { return m_statd > 0; }
+    // True when the server's lock manager is registered and the status monitor it needs runs,
+    // so that it grants locks; false when rpc.statd is not installed (lock tests skip) or
+    // either did not come up.
+    bool StatusMonitorUp() const { return m_statd > 0 && m_lockManagerUp; }
     const std::string& Failure() const { return m_failure; }
 
     // Starts kx_fake_rpc_server for program/version in mode and waits until it is registered.
@@ -67,6 +68,7 @@ private:
     pid_t m_rpcbind = -1;
     pid_t m_nfsServer = -1;
     pid_t m_statd = -1;
+    bool m_lockManagerUp = false;
     bool m_nfsTried = false;
 };
 
