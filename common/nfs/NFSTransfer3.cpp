@@ -6,6 +6,7 @@
 
 #include "nfs/NFSBrowseImpl3.h"
 #include "nfs/kxNFS3Call.h"
+#include "nfs/kxNFS3ScatterGather.h"
 #include "nfs/kxNFSErrorMap.h"
 #include "nfs/kxNFSTransfer.h"
 #include "xdr/nfs3_prot.h"
@@ -49,6 +50,13 @@ struct Chunks {
     unsigned int total, chunk, count;
 };
 
+// The pipelined routine (kxNFS3ScatterGather.h) takes transfers of more than one chunk over
+// TCP while g_NFSUtils_UseScatterGather is set; every other transfer is sequential.
+bool Pipelined(RPCClient& nfs, unsigned int total, unsigned int chunk) {
+    return g_NFSUtils_UseScatterGather && nfs.ProtocolUsed() == RPCClient::PROTOCOL_TCP &&
+           total > chunk;
+}
+
 }  // namespace
 
 unsigned long NFSBrowseImpl3::Write(const DirEntry& file, const char* data, long long offset,
@@ -66,8 +74,11 @@ unsigned long NFSBrowseImpl3::Write(const DirEntry& file, const char* data, long
     args.stable = UNSTABLE;  // never followed by COMMIT
     args.data.data_len = 0;
     args.data.data_val = nullptr;
-    // The pipelined routine, once it exists, is chosen here when g_NFSUtils_UseScatterGather is
-    // set; until then every transfer is sequential.
+    if (Pipelined(*nfsClient, total, args.count)) {
+        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName}, true, file,
+                        const_cast<char*>(data), args.offset, args.count, total, lastError);
+        return total;
+    }
     write3res res;
     StandardWrite(data, total, args, res);
     return total;
@@ -84,6 +95,11 @@ unsigned long NFSBrowseImpl3::Read(const DirEntry& file, char* data, long long o
     args.file = WireHandle(file);
     args.offset = static_cast<offset3>(offset);
     args.count = ChunkSize(nfsClient->ProtocolUsed(), file.writePreferred, total);
+    if (Pipelined(*nfsClient, total, args.count)) {
+        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName}, false, file,
+                        data, args.offset, args.count, total, lastError);
+        return total;
+    }
     read3res res;
     StandardRead(data, total, args, res);
     return total;

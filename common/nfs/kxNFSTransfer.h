@@ -22,9 +22,10 @@ namespace kxNFSUtils {
 // take large requests.
 extern bool g_NFSUtils_FragmentCorrectly;
 
-// Names the pipelined transfer routine, which keeps several READ or WRITE requests in flight
-// at once. Default false. Not consulted yet: every transfer sends its chunks one after
-// another, each waiting for its reply.
+// Chooses the pipelined transfer routine (nfs/kxNFS3ScatterGather.h), which keeps several
+// READ or WRITE requests in flight at once on a TCP connection of its own, for every Read or
+// Write of more than one chunk over TCP. Default false: every transfer sends its chunks one
+// after another, each waiting for its reply. The bytes moved are the same either way.
 extern bool g_NFSUtils_UseScatterGather;
 
 // The chunk size over UDP: one chunk with its RPC header fits the transport's datagram.
@@ -38,13 +39,13 @@ constexpr uint32_t kNFSUdpChunk = 4096;
 // - the RPC library decodes each READ reply into a buffer of its own before it is copied, and
 //   sends each WRITE from the caller's buffer in record fragments: memory per call stays at
 //   one chunk, which 1 MiB keeps small on the 32-bit build;
-// - servers that prefer large sizes accept 1 MiB as their maximum (it is the common upper
-//   bound of NFS version 3 servers and clients), and a server's preferred size is within its
-//   maximum, so min(preferred, 1 MiB) is within the server's FSINFO maximum as long as its read
-//   and write figures agree (the preferred sizes are crossed between the directions, see
-//   NFSBrowse::Write).
-// Larger sizes gain nothing measurable on loopback or a LAN: one request per MiB is already
-// a small part of the transfer time.
+// - a server's preferred size lies within its FSINFO maximum, so the smaller of it and 1 MiB
+//   does too, as long as the server's read and write figures agree (the preferred sizes are
+//   crossed between the directions, see NFSBrowse::Write; servers commonly give both
+//   directions the same figures, as nfs-ganesha does);
+// - 1 MiB is the largest request common NFS version 3 clients send, so servers are known to
+//   take it, and beyond it the cost of one request per chunk is already a small part of the
+//   transfer time.
 constexpr uint32_t kNFSMaxChunk = 1u << 20;
 
 // The chunk size over TCP when the file's preferred size is zero (an entry that does not carry

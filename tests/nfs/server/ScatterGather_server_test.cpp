@@ -1,0 +1,288 @@
+// The pipelined transfer (g_NFSUtils_UseScatterGather): the same bytes as the sequential path
+// against nfs-ganesha, and against the fake peer a failure in the middle, a server that stops
+// answering, cancellation, short and oversized answers.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kxFakeBrowse.h"
+#include "kxFakeNfs.h"
+#include "kxLogCapture.h"
+#include "kxNFSSandbox.h"
+#include "nfs/NFSBrowse.h"
+#include "nfs/kxNFSTransfer.h"
+#include "xdr/nfs3_prot.h"
+
+using namespace kxNFSUtils;
+
+namespace {
+
+std::string RandomBytes(size_t n, std::mt19937& gen) {
+    std::string s(n, '\0');
+    for (char& c : s) c = static_cast<char>(gen());
+    return s;
+}
+
+std::string LocalFile(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}
+
+// Sets the process-wide switch for a scope, whatever the test does.
+class PipelineSwitch {
+public:
+    explicit PipelineSwitch(bool on) : m_saved(g_NFSUtils_UseScatterGather) {
+        g_NFSUtils_UseScatterGather = on;
+    }
+    ~PipelineSwitch() { g_NFSUtils_UseScatterGather = m_saved; }
+    PipelineSwitch(const PipelineSwitch&) = delete;
+    PipelineSwitch& operator=(const PipelineSwitch&) = delete;
+
+private:
+    bool m_saved;
+};
+
+TEST(ScatterGather, SameBytesAsTheSequentialPath) {
+    auto& sandbox = kxtest::NFSSandbox::Get();
+    if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+    if (!sandbox.StartNFSServer()) {
+        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
+        FAIL() << sandbox.Failure();
+    }
+    // The data export moves 64 KiB per request: a few hundred KiB is many chunks.
+    const std::string dir = sandbox.ExportRoot() + "/data/pipelined";
+    std::filesystem::remove_all(dir);
+    ASSERT_EQ(0, mkdir(dir.c_str(), 0777));
+    NFSBrowse* b = nullptr;
+    ASSERT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), 0, {0}, nullptr, eUseTCP));
+    std::unique_ptr<NFSBrowse> browse(b);
+    std::unique_ptr<DirEntry> seq(browse->Open(dir + "/seq", true, false));
+    std::unique_ptr<DirEntry> par(browse->Open(dir + "/par", true, false));
+    ASSERT_TRUE(seq && par);
+    ASSERT_EQ(65536u, par->readPreferred);
+
+    // The same pieces at the same random places, through one path per file.
+    std::mt19937 gen(20);
+    std::string model;
+    for (int i = 0; i < 12; ++i) {
+        const size_t size = i == 0 ? 1 << 20 : gen() % 700000 + 1;
+        const size_t offset = gen() % 1500000;
+        const std::string data = RandomBytes(size, gen);
+        SCOPED_TRACE(std::to_string(size) + " at " + std::to_string(offset));
+        {
+            PipelineSwitch off(false);
+            EXPECT_EQ(size, browse->Write(*seq, data.data(), static_cast<long long>(offset), size));
+        }
+        {
+            PipelineSwitch on(true);
+            EXPECT_EQ(size, browse->Write(*par, data.data(), static_cast<long long>(offset), size));
+        }
+        if (model.size() < offset + size) model.resize(offset + size);
+        model.replace(offset, size, data);
+    }
+    EXPECT_TRUE(model == LocalFile(dir + "/seq"));
+    EXPECT_TRUE(model == LocalFile(dir + "/par"));
+
+    // Reads within, across and past the end; the whole file in one call.
+    std::vector<std::pair<size_t, size_t>> reads{{0, model.size()},
+                                                 {model.size() - 70000, 300000},
+                                                 {model.size() + 5, 200000}};
+    for (int i = 0; i < 10; ++i) reads.emplace_back(gen() % model.size(), gen() % 900000 + 1);
+    for (const auto& [offset, size] : reads) {
+        SCOPED_TRACE(std::to_string(size) + " at " + std::to_string(offset));
+        std::string a(size, 'a'), c(size, 'c');
+        unsigned long n1, n2;
+        {
+            PipelineSwitch off(false);
+            n1 = browse->Read(*seq, &a[0], static_cast<long long>(offset), size);
+        }
+        {
+            PipelineSwitch on(true);
+            n2 = browse->Read(*par, &c[0], static_cast<long long>(offset), size);
+        }
+        const size_t expected = offset < model.size() ? std::min(size, model.size() - offset) : 0;
+        EXPECT_EQ(expected, n1);
+        EXPECT_EQ(expected, n2);
+        EXPECT_TRUE(a == c.replace(n2, std::string::npos, size - n2, 'a'));
+        if (expected != 0) {
+            EXPECT_TRUE(model.compare(offset, expected, c, 0, expected) == 0);
+        }
+    }
+    EXPECT_EQ(0, browse->GetLastObjectError());
+    std::filesystem::remove_all(dir);
+}
+
+// ---- against the fake peer ---------------------------------------------------------------
+
+// Answers true from the given question on.
+struct CancelFrom final : CancelledIf {
+    bool Cancelled() override { return ++asked >= from; }
+    int asked = 0;
+    int from = 1 << 30;
+};
+
+bool IsFakeFile(const std::string& bytes, uint64_t offset) {
+    for (size_t i = 0; i < bytes.size(); ++i)
+        if (bytes[i] != kxfake::FakeFileByte(offset + i)) return false;
+    return true;
+}
+
+// (offset, count) of each request of one procedure on the wire.
+std::vector<std::pair<uint64_t, uint32_t>> Requests(const kxtest::FakeNFS& fake, uint32_t proc) {
+    std::vector<std::pair<uint64_t, uint32_t>> out;
+    for (const kxfake::Call& c : fake.Calls(proc)) {
+        read3args a;  // READ and WRITE both start with handle, offset and count
+        memset(&a, 0, sizeof a);
+        if (!c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a)) continue;
+        out.emplace_back(a.offset, a.count);
+        c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a);
+    }
+    return out;
+}
+
+// A browse object on the fakes without looking anything up: for NFS modes that serve only
+// READ and WRITE.
+std::unique_ptr<NFSBrowse> BareBrowse() {
+    NFSBrowse* b = nullptr;
+    EXPECT_EQ(KX_OK, CreateNFSBrowse(b, inet_addr("127.0.0.1"), 0, {0}, nullptr, eUseTCP, "fake"));
+    return std::unique_ptr<NFSBrowse>(b);
+}
+
+// The export root of the fakes, moving 4096 bytes per request.
+DirEntry SmallChunks(const ExportInfo& root) {
+    DirEntry e = root;
+    e.readPreferred = e.writePreferred = 4096;
+    return e;
+}
+
+void FailureCancellationAndOddAnswers() {
+    PipelineSwitch on(true);
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsfailat8k", 100000));
+    ExportInfo root;
+    CancelFrom cancel;
+    auto browse = fake.Browse(eUseTCP, root, &cancel);
+    ASSERT_TRUE(browse);
+    const DirEntry file = SmallChunks(root);
+    std::mt19937 gen(3);
+    const std::string bytes = RandomBytes(40000, gen);
+    std::string back(40000, '\0');
+    {
+        // The third chunk fails: 0 whatever the others moved, one line with the label.
+        kxtest::LogCapture log;
+        EXPECT_EQ(0u, browse->Read(file, &back[0], 0, back.size()));
+        EXPECT_EQ(KX_E_NFS_ACCESS, browse->GetLastObjectError());
+        EXPECT_EQ(0u, browse->Write(file, bytes.data(), 0, bytes.size()));
+        EXPECT_EQ(KX_E_NFS_ACCESS, browse->GetLastObjectError());
+        ASSERT_EQ(2u, log.Records().size());
+        for (const auto& r : log.Records()) {
+            EXPECT_EQ(KX_E_NFS_ACCESS, r.code);
+            EXPECT_EQ("NFSBrowseImpl3::ScatterGatherIO (status 13, err 0x00000000) fake:/export/000000",
+                      r.text);
+        }
+    }
+    // Cancelled before the failing chunk is asked for: the bytes before it, and no failure.
+    cancel.asked = 0;
+    cancel.from = 3;
+    EXPECT_EQ(8192u, browse->Read(file, &back[0], 0, back.size()));
+    EXPECT_TRUE(IsFakeFile(back.substr(0, 8192), 0));
+    // Cancelled before the fourth request: the three in flight complete, and are the result.
+    cancel.from = 1 << 30;
+    ASSERT_TRUE(fake.Start("nfs", 100000));
+    auto plain = fake.Browse(eUseTCP, root, &cancel);
+    ASSERT_TRUE(plain);
+    cancel.from = 4;
+    cancel.asked = 0;
+    EXPECT_EQ(12288u, plain->Read(file, &back[0], 0, back.size()));
+    EXPECT_TRUE(IsFakeFile(back.substr(0, 12288), 0));
+    cancel.asked = 0;
+    const size_t writesBefore = Requests(fake, 7).size();
+    EXPECT_EQ(12288u, plain->Write(file, bytes.data(), 0, bytes.size()));
+    EXPECT_EQ(writesBefore + 3, Requests(fake, 7).size());
+    EXPECT_EQ(0, plain->GetLastObjectError()) << "cancelling is not failing";
+    cancel.from = 1 << 30;
+
+    // A server that takes 1000 bytes of each WRITE: the rest of every chunk is sent again
+    // until the whole range is written once.
+    ASSERT_TRUE(fake.Start("nfsshortwrite", 0));
+    auto shortWrites = fake.Browse(eUseTCP, root);
+    ASSERT_TRUE(shortWrites);
+    const size_t shortBefore = Requests(fake, 7).size();
+    EXPECT_EQ(10000u, shortWrites->Write(file, bytes.data(), 50, 10000));
+    const auto shortWritten = Requests(fake, 7);
+    std::set<uint64_t> starts;
+    uint64_t covered = 0;
+    for (size_t i = shortBefore; i < shortWritten.size(); ++i) {
+        const auto [offset, count] = shortWritten[i];
+        EXPECT_TRUE(starts.insert(offset).second) << "written twice at " << offset;
+        covered += std::min<uint32_t>(count, 1000);
+    }
+    EXPECT_EQ(10000u, covered);
+
+    // A server that answers with more than it was asked for (it serves only READ and WRITE):
+    // never more lands in the buffer than each request asked for, and the run ends where the
+    // server first says the file ends.
+    ASSERT_TRUE(fake.Start("nfsoverread", 10000));
+    auto greedy = BareBrowse();
+    ASSERT_TRUE(greedy);
+    std::string tight(10000, '\0');
+    EXPECT_EQ(10000u, greedy->Read(file, &tight[0], 0, tight.size()));
+    EXPECT_TRUE(IsFakeFile(tight, 0));
+    std::string wide(20000, '\0');
+    EXPECT_EQ(10100u, greedy->Read(file, &wide[0], 0, wide.size()));
+    EXPECT_TRUE(IsFakeFile(wide.substr(0, 10100), 0));
+    EXPECT_EQ(12288u, greedy->Write(file, bytes.data(), 0, 12288));
+}
+
+TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<FailureCancellationAndOddAnswers>());
+}
+
+void ServerThatStopsAnswering() {
+    PipelineSwitch on(true);
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsstall", 100000));
+    // Only READ and WRITE answer, so the file's entry is made by hand.
+    std::unique_ptr<NFSBrowse> browse = BareBrowse();
+    ASSERT_TRUE(browse);
+    DirEntry file;
+    memcpy(file.handle, "FAKEFILE", 8);
+    file.handleLength = 8;
+    file.type = kDirEntryRegular;
+    file.readPreferred = file.writePreferred = 4096;
+    file.path = file.serverPath = "/export/000000/f";
+    std::string back(40000, '\0');
+    kxtest::LogCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0u, browse->Read(file, &back[0], 0, back.size()));
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(KX_E_RPC_TIMED_OUT, browse->GetLastObjectError());
+    // The stubs' time-out (25 s) after the last answer, with room for a loaded machine.
+    EXPECT_LT(took, std::chrono::seconds(40));
+    ASSERT_EQ(1u, log.Records().size());
+    EXPECT_EQ(KX_E_RPC_TIMED_OUT, log.Records()[0].code);
+    // Requests went out ahead of their answers: every chunk, where one at a time would have
+    // stopped at the first unanswered one (the third).
+    std::vector<std::pair<uint64_t, uint32_t>> expected;
+    for (uint32_t at = 0; at < 40000; at += 4096) expected.emplace_back(at, std::min(4096u, 40000 - at));
+    EXPECT_EQ(expected, Requests(fake, 6));
+}
+
+TEST(ScatterGatherFake, ServerThatStopsAnsweringEndsWithinTheTimeOut) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<ServerThatStopsAnswering>());
+}
+
+}  // namespace
