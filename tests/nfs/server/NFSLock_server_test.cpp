@@ -1,13 +1,11 @@
 // Whole-file locks: against nfs-ganesha's lock manager (which offers version 4 only, so every
 // lock there goes through the fallback), and against the fake peer for what must be seen on
 // the wire and for answers a real server does not give on demand.
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -19,9 +17,7 @@
 #include "kxNFSSandbox.h"
 #include "kxTestProcess.h"
 #include "nfs/NFSBrowse.h"
-#include "nfs/kxRPCWrappers.h"
 #include "platform/kxSysInfo.h"
-#include "xdr/nfs3_prot.h"
 #include "xdr/nlm4_prot.h"
 #include "xdr/nlm_prot.h"
 
@@ -69,42 +65,14 @@ protected:
 
     // A new file of `size` bytes in the export, as the server names it.
     DirEntry File(const std::string& name, uint64_t size) {
-        const std::string local = exportPath + "/" + name;
-        const int fd = open(local.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0666);
+        const std::string path = exportPath + "/" + name;
+        const int fd = open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0666);
         EXPECT_GE(fd, 0);
         EXPECT_EQ(0, ftruncate(fd, static_cast<off_t>(size)));
         close(fd);
-        DirEntry file;
-        ExportInfo top;
-        EXPECT_TRUE(here->FindMountPoint(exportPath, top));
-        RPCAuth* a = nullptr;
-        RPCClient* c = nullptr;
-        EXPECT_EQ(KX_OK, CreateRPCAuth(a, 0, kGroups));
-        std::unique_ptr<RPCAuth> auth(a);
-        EXPECT_EQ(KX_OK, CreateRPCClient(c, inet_addr("127.0.0.1"), 100003, 3,
-                                         RPCClient::PROTOCOL_TCP));
-        if (c == nullptr) return file;
-        std::unique_ptr<RPCClient> client(c);
-        client->SetAuth(auth->Handle());
-        diropargs3 args;
-        args.dir.data.data_len = top.handleLength;
-        args.dir.data.data_val = reinterpret_cast<char*>(top.handle);
-        args.name = const_cast<char*>(name.c_str());
-        lookup3res res;
-        memset(&res, 0, sizeof res);
-        if (nfsproc3_lookup_3(&args, &res, client->Handle()) == RPC_SUCCESS &&
-            res.status == NFS3_OK) {
-            const nfs_fh3& fh = res.lookup3res_u.resok.object;
-            memcpy(file.handle, fh.data.data_val, fh.data.data_len);
-            file.handleLength = fh.data.data_len;
-            file.type = kDirEntryRegular;
-            file.size = size;
-            file.serverPath = file.path = local;
-        }
-        clnt_freeres(client->Handle(), reinterpret_cast<xdrproc_t>(xdr_lookup3res),
-                     reinterpret_cast<char*>(&res));
-        EXPECT_GT(file.handleLength, 0u) << name;
-        return file;
+        std::unique_ptr<DirEntry> file(here->Open(path, false, false));
+        EXPECT_TRUE(file) << std::hex << here->GetLastObjectError();
+        return file ? *file : DirEntry();
     }
 
     std::string exportPath;
