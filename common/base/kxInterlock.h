@@ -8,8 +8,9 @@
 // Thread safety: see each function.
 #pragma once
 
-#include <cstdint>
 #include <sys/single_threaded.h>
+
+#include <cstdint>
 
 // Adds one to / takes one from *p and returns the new value, as one atomic operation with full
 // ordering (like the Win32 calls they stand in for). Safe on memory that other threads or other

@@ -235,8 +235,9 @@ void KLogFile::RecoverInterruptedAppend() {
 void KLogFile::RecoverAppend(KLogAppendJournal& journal) {
     if (journal.active == 0) return;
     const uint32_t fileSize = m_dwSizeInBytes;
-    if (IsHdrDataValid() && !IsOppositeEndian() && journal.offset >= kxLogFileHeaderSize && journal.offset % 4 == 0 &&
-        static_cast<uint64_t>(journal.offset) + journal.space <= fileSize) {
+    // Offsets that do not fit this file describe nothing here.
+    if (IsHdrDataValid() && !IsOppositeEndian() && journal.offset >= kxLogFileHeaderSize &&
+        journal.offset % 4 == 0 && static_cast<uint64_t>(journal.offset) + journal.space <= fileSize) {
         if (m_dwRecordCount == journal.count) {
             // Never counted: nothing points at it. Wipe it, and with it whatever it had half
             // overwritten.

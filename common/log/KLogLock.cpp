@@ -15,7 +15,8 @@
 #include "platform/KFileABC.h"
 #include "platform/KMutex.h"
 
-static_assert(offsetof(KLogLockShared, fileLockMode) == 64 && offsetof(KLogLockShared, journal) == 68,
+static_assert(offsetof(KLogLockShared, fileLockMode) == 64 &&
+                  offsetof(KLogLockShared, journal) == 68,
               "flag and journal at the start of the second cache line");
 static_assert(offsetof(KLogLockShared, mutex) == KLogLockShared::kMutexOffset,
               "mutex at a fixed offset on both targets");
@@ -30,7 +31,9 @@ namespace {
 
 uint32_t g_dwAbiForTest = 0;
 
-uint32_t ThisAbi() { return g_dwAbiForTest != 0 ? g_dwAbiForTest : kxLogLockAbi(); }
+uint32_t ThisAbi() {
+    return g_dwAbiForTest != 0 ? g_dwAbiForTest : kxLogLockAbi();
+}
 
 // Bits of a robust futex word (the kernel's robust-futex ABI).
 constexpr uint32_t kFutexTidMask = 0x3FFFFFFF;
@@ -42,7 +45,9 @@ uint64_t NowNs() {
 }
 
 void PauseNs(long ns) {
-    struct timespec ts{0, ns};
+    struct timespec ts {
+        0, ns
+    };
     nanosleep(&ts, nullptr);
 }
 
@@ -53,7 +58,8 @@ void CpuRelax() {
 }
 
 // One open-file-description lock call on [start, start + length) of fd.
-int RangeLock(int fd, int cmd, short type, int64_t start, int64_t length, struct flock* out = nullptr) {
+int RangeLock(int fd, int cmd, short type, int64_t start, int64_t length,
+              struct flock* out = nullptr) {
     struct flock lock;
     memset(&lock, 0, sizeof lock);
     lock.l_type = type;
@@ -71,7 +77,9 @@ uint32_t kxLogLockAbi() {
     return static_cast<uint32_t>(sizeof(void*) << 16 | sizeof(pthread_mutex_t));
 }
 
-void kxLogLockSetAbiForTest(uint32_t abi) { g_dwAbiForTest = abi; }
+void kxLogLockSetAbiForTest(uint32_t abi) {
+    g_dwAbiForTest = abi;
+}
 
 // ---- opening -------------------------------------------------------------------------------
 
@@ -135,11 +143,12 @@ void KLogLock::Close() {
 }
 
 // Opens the lock file (creating it when there is none, if mayCreate), makes sure it is
-// initialised (writers initialise it, readers only wait for that) and maps it. Initialisation happens under an open-file-description write lock on the lock
-// file itself, and the signature is written last: whoever finds the signature missing takes
-// that lock and looks again, so exactly one process initialises the file, and one killed half
-// way is simply followed by the next (the kernel drops its lock; nobody used the half-made
-// mutex, since nobody attaches before the signature is there).
+// initialised (writers initialise it, readers only wait for that) and maps it. Initialisation
+// happens under an open-file-description write lock on the lock file itself, and the signature is
+// written last: whoever finds the signature missing takes that lock and looks again, so exactly one
+// process initialises the file, and one killed half way is simply followed by the next (the kernel
+// drops its lock; nobody used the half-made mutex, since nobody attaches before the signature is
+// there).
 KLogLock::Found KLogLock::Attach(bool mayCreate) {
     bool writable = true;
     bool created = false;
@@ -159,9 +168,10 @@ KLogLock::Found KLogLock::Attach(bool mayCreate) {
     if (created && fstat(m_fdLog, &st) == 0) fchmod(fd, st.st_mode & 0666);
     const bool ready = Prepare(fd, m_bWriter && writable);
     void* map = MAP_FAILED;
-    if (ready && fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size >= KLogLockShared::kFileSize)
-        map = mmap(nullptr, KLogLockShared::kFileSize, writable ? PROT_READ | PROT_WRITE : PROT_READ,
-                   MAP_SHARED, fd, 0);
+    if (ready && fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+        st.st_size >= KLogLockShared::kFileSize)
+        map = mmap(nullptr, KLogLockShared::kFileSize,
+                   writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
     close(fd);
     if (map == MAP_FAILED) return Found::kUnusable;
     KLogLockShared* shared = static_cast<KLogLockShared*>(map);

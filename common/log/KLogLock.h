@@ -10,12 +10,11 @@
 // Where the lock file cannot serve, the lock falls back to an open-file-description write lock
 // (`F_OFD_SETLK`) on the log file's bytes [0, kxLogFileLockEnd) around every operation, read
 // locks for readers:
-//   - no lock file can be made (a read-only directory, a file system without hard links) or the
-//     name is taken by something that is not a lock file: the file lock alone. Such a process
-//     also holds, for as long as it has the log open, a read lock on the log file's byte
-//     kxLogFileLockEnd ("file-lock user present"), taken before its last look for the lock file, so
-//     that a process which later creates the lock file sees it and switches the log to file-lock
-//     mode (below);
+//   - no lock file can be made or mapped (a read-only directory, a file system that cannot map
+//     it): the file lock alone. Such a process also holds, for as long as it has the log open,
+//     a read lock on the log file's byte kxLogFileLockEnd ("file-lock user present"), taken
+//     before its last look for the lock file, so that a process which later creates the lock
+//     file sees it and switches the log to file-lock mode (below);
 //   - a lock file made by a process of the other target (a 64-bit mutex read by a 32-bit process,
 //     or the reverse: the mutex layouts differ), or a mutex left unrecoverable: the process sets
 //     the lock file's file-lock flag, waits for the mutex's current holder (if any) to let go, and
@@ -102,9 +101,9 @@ public:
     Mode GetMode() const { return m_mode.load(std::memory_order_relaxed); }
     const std::string& LockFileName() const { return m_sLockPath; }
 
-    // Takes the lock, waiting at most timeoutMs for each lock it takes. Recursive: a thread that holds it may
-    // take it again and must release it as often. image, when given, is the mapped ring that
-    // an append interrupted by a dead holder is repaired in (writers only). 0,
+    // Takes the lock, waiting at most timeoutMs for each lock it takes. Recursive: a thread that
+    // holds it may take it again and must release it as often. image, when given, is the mapped
+    // ring that an append interrupted by a dead holder is repaired in (writers only). 0,
     // KX_S_WAIT_TIMEOUT, or KX_E_FILE_LOCK when the file lock call itself fails. In file-lock
     // mode the caller must already exclude the other threads of its process (the file lock
     // belongs to the open file, not to a thread).

@@ -45,10 +45,14 @@ private:
 
 int SizeOf(char c) {
     switch (c) {
-        case 'z': return static_cast<int>(sizeof(size_t) / sizeof(long));
-        case 'j': return 2;
-        case 't': return static_cast<int>(sizeof(ptrdiff_t) / sizeof(long));
-        default: return 0;
+        case 'z':
+            return static_cast<int>(sizeof(size_t) / sizeof(long));
+        case 'j':
+            return 2;
+        case 't':
+            return static_cast<int>(sizeof(ptrdiff_t) / sizeof(long));
+        default:
+            return 0;
     }
 }
 
@@ -65,7 +69,8 @@ bool PutNumber(Out& out, const Spec& spec, bool negative, uint64_t magnitude, un
             magnitude >>= 4;
         } while (magnitude != 0);
     } else {
-        for (; magnitude > 0xFFFFFFFFu; magnitude /= 10) digits[n++] = static_cast<char>('0' + magnitude % 10);
+        for (; magnitude > 0xFFFFFFFFu; magnitude /= 10)
+            digits[n++] = static_cast<char>('0' + magnitude % 10);
         uint32_t small = static_cast<uint32_t>(magnitude);
         do {
             digits[n++] = static_cast<char>('0' + small % 10);
@@ -116,11 +121,16 @@ int Fast(char* buffer, size_t bufferSize, const char* f, va_list args) {
         }
         Spec spec;
         for (;; ++f) {
-            if (*f == '-') spec.left = true;
-            else if (*f == '0') spec.zero = true;
-            else if (*f == '+') spec.plus = true;
-            else if (*f == ' ') spec.space = true;
-            else break;
+            if (*f == '-')
+                spec.left = true;
+            else if (*f == '0')
+                spec.zero = true;
+            else if (*f == '+')
+                spec.plus = true;
+            else if (*f == ' ')
+                spec.space = true;
+            else
+                break;
         }
         while (*f >= '0' && *f <= '9') {
             spec.width = spec.width * 10 + (*f++ - '0');
@@ -155,12 +165,16 @@ int Fast(char* buffer, size_t bufferSize, const char* f, va_list args) {
             case 'i': {
                 if (spec.precision >= 0) return -1;
                 int64_t v;
-                if (spec.size == 2) v = va_arg(args, long long);
-                else if (spec.size == 1) v = va_arg(args, long);
-                else v = va_arg(args, int);
+                if (spec.size == 2)
+                    v = va_arg(args, long long);
+                else if (spec.size == 1)
+                    v = va_arg(args, long);
+                else
+                    v = va_arg(args, int);
                 if (spec.size == -1) v = static_cast<short>(v);
                 if (spec.size == -2) v = static_cast<signed char>(v);
-                const uint64_t magnitude = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+                const uint64_t magnitude =
+                    v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
                 if (!PutNumber(out, spec, v < 0, magnitude, 10, false, true)) return -1;
                 break;
             }
@@ -169,9 +183,12 @@ int Fast(char* buffer, size_t bufferSize, const char* f, va_list args) {
             case 'X': {
                 if (spec.precision >= 0) return -1;
                 uint64_t v;
-                if (spec.size == 2) v = va_arg(args, unsigned long long);
-                else if (spec.size == 1) v = va_arg(args, unsigned long);
-                else v = va_arg(args, unsigned);
+                if (spec.size == 2)
+                    v = va_arg(args, unsigned long long);
+                else if (spec.size == 1)
+                    v = va_arg(args, unsigned long);
+                else
+                    v = va_arg(args, unsigned);
                 if (spec.size == -1) v = static_cast<unsigned short>(v);
                 if (spec.size == -2) v = static_cast<unsigned char>(v);
                 if (!PutNumber(out, spec, false, v, conv == 'u' ? 10 : 16, conv == 'X', false))
@@ -188,8 +205,9 @@ int Fast(char* buffer, size_t bufferSize, const char* f, va_list args) {
                 if (spec.size != 0 || spec.zero) return -1;
                 const char* s = va_arg(args, const char*);
                 if (s == nullptr) return -1;
-                const size_t n = spec.precision >= 0 ? strnlen(s, static_cast<size_t>(spec.precision))
-                                                     : strlen(s);
+                const size_t n = spec.precision >= 0
+                                     ? strnlen(s, static_cast<size_t>(spec.precision))
+                                     : strlen(s);
                 if (!PutText(out, spec, s, n)) return -1;
                 break;
             }

@@ -11,9 +11,13 @@ namespace {
 std::atomic<uint32_t> g_dwProcessId{0};
 pthread_once_t g_ForkHandlerOnce = PTHREAD_ONCE_INIT;
 
-void ForgetInChild() { g_dwProcessId.store(0, std::memory_order_relaxed); }
+void ForgetInChild() {
+    g_dwProcessId.store(0, std::memory_order_relaxed);
+}
 
-void InstallForkHandler() { pthread_atfork(nullptr, nullptr, ForgetInChild); }
+void InstallForkHandler() {
+    pthread_atfork(nullptr, nullptr, ForgetInChild);
+}
 
 }  // namespace
 

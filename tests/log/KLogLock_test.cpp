@@ -64,8 +64,8 @@ size_t ExpectWholeRing(const std::string& path) {
 void ExpectFreshWriterAppendsAtOnce(const TempDir& dir, unsigned long kb,
                                     const std::vector<std::string>& options = {}) {
     const auto start = Clock::now();
-    std::vector<std::string> argv = {KX_LOG_WRITER_BIN, "write", dir.path(), "m.log",
-                                     std::to_string(kb), "1", "fresh"};
+    std::vector<std::string> argv = {KX_LOG_WRITER_BIN,  "write", dir.path(), "m.log",
+                                     std::to_string(kb), "1",     "fresh"};
     argv.insert(argv.end(), options.begin(), options.end());
     pid_t pid = kxtest::Spawn(argv);
     auto status = kxtest::WaitFor(pid, std::chrono::seconds(5));
@@ -85,14 +85,20 @@ void RunKilledWriters(const TempDir& dir, unsigned long kb, int rounds,
     for (int round = 0; round < rounds; ++round) {
         std::vector<pid_t> pids;
         for (int w = 0; w < 8; ++w) {
-            std::vector<std::string> argv = {KX_LOG_WRITER_BIN, "write", dir.path(), "m.log",
-                                             std::to_string(kb), "20000",
+            std::vector<std::string> argv = {KX_LOG_WRITER_BIN,
+                                             "write",
+                                             dir.path(),
+                                             "m.log",
+                                             std::to_string(kb),
+                                             "20000",
                                              "r" + std::to_string(round) + "w" + std::to_string(w)};
             argv.insert(argv.end(), options.begin(), options.end());
             pids.push_back(kxtest::Spawn(argv));
         }
         for (int k = 0; k < 3; ++k) {
-            struct timespec pause{0, static_cast<long>(5 + rng() % 40) * 1000000L};
+            struct timespec pause {
+                0, static_cast<long>(5 + rng() % 40) * 1000000L
+            };
             nanosleep(&pause, nullptr);
             kill(pids[rng() % pids.size()], SIGKILL);
         }
@@ -200,8 +206,9 @@ TEST(KLogLockTest, WriterOfTheOtherTargetMakesEveryoneTakeTheFileLock) {
     ASSERT_TRUE(kxtest::Eventually([&] { return FileLockFlag(lockPath) == 1; }));
     std::vector<pid_t> pids;
     for (int w = 0; w < 5; ++w) {
-        std::vector<std::string> argv = {KX_LOG_WRITER_BIN, "write", dir.path(), "m.log", "256",
-                                         "20000", "w" + std::to_string(w)};
+        std::vector<std::string> argv = {
+            KX_LOG_WRITER_BIN,      "write", dir.path(), "m.log", "256", "20000",
+            "w" + std::to_string(w)};
         if (w == 0) argv.push_back("--foreign-abi");
         pids.push_back(kxtest::Spawn(argv));
     }

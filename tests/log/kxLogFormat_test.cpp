@@ -86,7 +86,8 @@ TEST(KxLogFormat, ResultsThatDoNotFitAreCutLikeTheCLibraryCutsThem) {
 TEST(KxLogFormat, RandomFormatsMatchTheCLibrary) {
     std::mt19937_64 rng(2026);
     auto pick = [&](const char* set) { return set[rng() % strlen(set)]; };
-    const long long edges[] = {0, 1, -1, 9, 10, -10, 255, 256, 65535, 65536, INT_MAX, INT_MIN,
+    const long long edges[] = {0,         1,         -1,     9,      10,      -10,
+                               255,       256,       65535,  65536,  INT_MAX, INT_MIN,
                                LLONG_MAX, LLONG_MIN, 0x7FFF, -0x8000};
     for (int i = 0; i < 20000; ++i) {
         std::string spec = "%";
@@ -106,7 +107,11 @@ TEST(KxLogFormat, RandomFormatsMatchTheCLibrary) {
                 Same(text + spec + "c|", static_cast<int>('A' + v % 26));
                 break;
             default: {
-                const char* size = rng() % 5 == 0 ? "hh" : rng() % 4 == 0 ? "h" : rng() % 3 == 0 ? "ll" : rng() % 2 ? "l" : "";
+                const char* size = rng() % 5 == 0   ? "hh"
+                                   : rng() % 4 == 0 ? "h"
+                                   : rng() % 3 == 0 ? "ll"
+                                   : rng() % 2      ? "l"
+                                                    : "";
                 const std::string format = text + spec + size + conv + "|";
                 if (strcmp(size, "ll") == 0)
                     Same(format, v);

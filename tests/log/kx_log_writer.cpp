@@ -80,7 +80,8 @@ int DieInAppend(const char* file) {
     const int fd = open(file, O_RDWR);
     struct stat st;
     if (fd < 0 || fstat(fd, &st) != 0) return 2;
-    void* map = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    void* map =
+        mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (map == MAP_FAILED) return 2;
     KLogFile* image = static_cast<KLogFile*>(map);
     KLogAppendJournal* j = lock.Journal();
