@@ -282,6 +282,7 @@ void CreateObjects() {
     memset(&a, 0, sizeof a);
     ASSERT_TRUE(access[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_access3args), &a));
     EXPECT_EQ(0x3Fu, a.access);
+    access[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_access3args), &a);
 }
 
 TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareReplies) {
