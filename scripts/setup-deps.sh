@@ -3,7 +3,8 @@
 # Safe to run again: apt-get skips what is already there.
 #
 #   scripts/setup-deps.sh          native build, tests, demo
-#   scripts/setup-deps.sh --all    also the i386 toolchain and libraries, and the NFS test server
+#   scripts/setup-deps.sh --all    also the i386 toolchain and libraries, the NFS test server and
+#                                  nfs-cp
 set -euo pipefail
 
 want_all=0
@@ -73,5 +74,6 @@ if ((want_all)); then
         align_multiarch "${i386_pkgs[@]}"
         apt_install g++-multilib "${i386_pkgs[@]}"
     fi
-    apt_install rpcbind nfs-ganesha nfs-ganesha-vfs nfs-common
+    # libnfs-utils: nfs-cp, the independent client the NFS benchmark compares kxnfs with.
+    apt_install rpcbind nfs-ganesha nfs-ganesha-vfs nfs-common libnfs-utils
 fi
