@@ -90,7 +90,8 @@ unsigned long KFileNFS::CreateFileA(const char* lpFileName, unsigned long dwDesi
     const long connected = kxNFSUtils::CreateNFSBrowse(browse, host, m_nUid, m_Gids, nullptr,
                                                        kxNFSUtils::eUseTCPThenUDP);
     m_pBrowse.reset(browse);
-    if (connected != KX_OK || !m_pBrowse) return Fail(connected != KX_OK ? connected : KX_E_FILE_OPEN);
+    if (connected != KX_OK || !m_pBrowse)
+        return Fail(connected != KX_OK ? connected : KX_E_FILE_OPEN);
 
     m_pEntry.reset(m_pBrowse->Open(path, false, false));
     if (m_pEntry) {

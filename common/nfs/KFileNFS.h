@@ -68,8 +68,8 @@ public:
     //   general KX_E_FILE_OPEN if the browse object recorded none.
     unsigned long CreateFileA(const char* lpFileName, unsigned long dwDesiredAccess,
                               unsigned long dwShareMode, _SECURITY_ATTRIBUTES* lpSecurityAttributes,
-                              unsigned long dwCreationDisposition, unsigned long dwFlagsAndAttributes,
-                              KFileABC* hTemplateFile) override;
+                              unsigned long dwCreationDisposition,
+                              unsigned long dwFlagsAndAttributes, KFileABC* hTemplateFile) override;
     bool IsOpen() const override { return m_bOpen; }
     // The file existed when CreateFileA looked it up, whatever the disposition.
     bool IsPreExisting() const override { return m_bPreExisting; }

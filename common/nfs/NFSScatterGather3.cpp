@@ -60,7 +60,8 @@ public:
         if (getpeername(m_from.nfsSocket, reinterpret_cast<sockaddr*>(&server), &length) != 0 ||
             server.sin_family != AF_INET)
             return Fail(RPC_CANTSEND, NFS3_OK);
-        clnt_stat rpc = NFS3Pipeline::Connect(server, m_from.auth, NFS3Pipeline::kTimeoutMs, m_pipe);
+        clnt_stat rpc =
+            NFS3Pipeline::Connect(server, m_from.auth, NFS3Pipeline::kTimeoutMs, m_pipe);
         if (rpc != RPC_SUCCESS) return Fail(rpc, NFS3_OK);
 
         for (;;) {

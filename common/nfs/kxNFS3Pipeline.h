@@ -83,8 +83,8 @@ public:
                         uint32_t& xid, int timeoutMs);
 
     // Receives the next reply record, at most maxLength bytes in at most kMaxFragments record
-    // fragments (more: RPC_CANTDECODERES), waiting at most timeoutMs for each piece of it. The record stays valid until the next
-    // Receive; Xid tells which request it answers.
+    // fragments (more: RPC_CANTDECODERES), waiting at most timeoutMs for each piece of it. The
+    // record stays valid until the next Receive; Xid tells which request it answers.
     clnt_stat Receive(size_t maxLength, int timeoutMs);
     const char* Record() const { return m_Record.data(); }
     size_t RecordLength() const { return m_RecordLength; }

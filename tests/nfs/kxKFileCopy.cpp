@@ -43,8 +43,8 @@ int main(int argc, char** argv) {
     if (!from.GetFileSizeEx(&size)) return Fail("cannot size", argv[1], 0);
     std::vector<char> block(1 << 20);
     for (int64_t left = size.QuadPart; left > 0;) {
-        const unsigned long want =
-            static_cast<unsigned long>(left < static_cast<int64_t>(block.size()) ? left : block.size());
+        const unsigned long want = static_cast<unsigned long>(
+            left < static_cast<int64_t>(block.size()) ? left : block.size());
         unsigned long got = 0, put = 0;
         if (!from.ReadFile(block.data(), want, &got, nullptr) || got != want)
             return Fail("cannot read", argv[1], got);

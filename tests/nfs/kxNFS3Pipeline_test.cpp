@@ -209,8 +209,8 @@ TEST(NFS3PipelineWire, RefusalsAndHostileReplies) {
     EXPECT_FALSE(Decode(Words({5, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, NFS3_OK, 2}), true, r))
         << "a boolean of 2";
     // Lengths that run past the record: the data, and the verifier.
-    EXPECT_FALSE(Decode(Words({5, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, NFS3_OK, 0, 8, 1, 0xFFFFFFFC}),
-                        true, r));
+    EXPECT_FALSE(Decode(
+        Words({5, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, NFS3_OK, 0, 8, 1, 0xFFFFFFFC}), true, r));
     EXPECT_FALSE(Decode(Words({5, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, NFS3_OK, 0, 8, 1, 9, 0, 0}),
                         true, r))
         << "9 bytes need 12 with padding";

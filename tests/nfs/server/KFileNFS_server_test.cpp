@@ -100,7 +100,8 @@ protected:
     static uint64_t Position(KFileABC& f) {
         long high = 0;
         const unsigned long low = f.SetFilePointer(0, &high, FILE_CURRENT);
-        return (static_cast<uint64_t>(static_cast<uint32_t>(high)) << 32) | static_cast<uint32_t>(low);
+        return (static_cast<uint64_t>(static_cast<uint32_t>(high)) << 32) |
+               static_cast<uint32_t>(low);
     }
     static std::string ReadAll(KFileABC& f, size_t n) {
         std::string s(n, '\0');
@@ -174,7 +175,8 @@ TEST_F(KFileNFSTest, DispositionsCreateKeepTruncateOrRefuse) {
     EXPECT_EQ(static_cast<unsigned long>(KX_E_NFS_NO_EXPORT),
               Open(f, kHost + ":/not/exported", OPEN_ALWAYS));
     KFileNFS direct;
-    EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Local("f"), OPEN_EXISTING))
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT),
+              Open(direct, Local("f"), OPEN_EXISTING))
         << "no host part";
     EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Remote("g"), 0));
     EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Remote("g"), 6));

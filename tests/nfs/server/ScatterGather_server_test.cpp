@@ -188,8 +188,9 @@ void FailureCancellationAndOddAnswers() {
         ASSERT_EQ(2u, log.Records().size());
         for (const auto& r : log.Records()) {
             EXPECT_EQ(KX_E_NFS_ACCESS, r.code);
-            EXPECT_EQ("NFSBrowseImpl3::ScatterGatherIO (status 13, err 0x00000000) fake:/export/000000",
-                      r.text);
+            EXPECT_EQ(
+                "NFSBrowseImpl3::ScatterGatherIO (status 13, err 0x00000000) fake:/export/000000",
+                r.text);
         }
     }
     // Cancelled before the failing chunk is asked for: the bytes before it, and no failure.
@@ -276,7 +277,8 @@ void ServerThatStopsAnswering() {
     // Requests went out ahead of their answers: every chunk, where one at a time would have
     // stopped at the first unanswered one (the third).
     std::vector<std::pair<uint64_t, uint32_t>> expected;
-    for (uint32_t at = 0; at < 40000; at += 4096) expected.emplace_back(at, std::min(4096u, 40000 - at));
+    for (uint32_t at = 0; at < 40000; at += 4096)
+        expected.emplace_back(at, std::min(4096u, 40000 - at));
     EXPECT_EQ(expected, Requests(fake, 6));
 }
 
