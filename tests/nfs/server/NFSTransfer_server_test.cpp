@@ -74,12 +74,13 @@ protected:
 
 TEST_F(NFSTransfer, EdgeSizesRoundTripOverBothTransports) {
     // "/data" prefers 64 KiB; "/a" has the server's defaults, whose preferred sizes (64 MiB)
-    // only work through the cap.
+    // only work over TCP through the cap (UDP chunks are the same on both).
     const size_t sizes[] = {0, 1, 4095, 4096, 4097, (3u << 20) + 5};
     for (eUseProtocol protocol : {eUseTCP, eUseUDP}) {
         auto browse = Browse(protocol);
         ASSERT_TRUE(browse);
         for (const char* exportDir : {"/data", "/a"}) {
+            if (protocol == eUseUDP && exportDir[1] == 'a') continue;
             for (size_t size : sizes) {
                 const std::string rel = std::string(exportDir) + "/rt-" + Name(protocol) + "-" +
                                         std::to_string(size);
