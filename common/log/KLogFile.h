@@ -62,6 +62,9 @@ public:
     uint32_t GetFlags() const { return m_dwFlags; }
     kxLogRecType GetType() const { return static_cast<kxLogRecType>(m_dwType); }
 
+    // The number as stored at this moment, read once (for readers re-checking a record).
+    uint32_t LoadRecNum() const { return __atomic_load_n(&m_dwRecNum, __ATOMIC_ACQUIRE); }
+
     void SetTimeStamp(const _FILETIME& t) { m_timeStamp = t; }
     void SetProcessId(uint32_t v) { m_dwProcessId = v; }
     void SetThreadId(uint32_t v) { m_dwThreadId = v; }
@@ -97,6 +100,7 @@ public:
     uint32_t GetProcessId() const { return Fix(m_info.GetProcessId()); }
     uint32_t GetThreadId() const { return Fix(m_info.GetThreadId()); }
     uint32_t GetRecNum() const { return Fix(m_info.GetRecNum()); }
+    uint32_t LoadRecNum() const { return Fix(m_info.LoadRecNum()); }
     uint32_t GetFlags() const { return Fix(m_info.GetFlags()); }
     kxLogRecType GetType() const { return static_cast<kxLogRecType>(Fix(m_info.GetType())); }
     // The descriptive block, corrected.

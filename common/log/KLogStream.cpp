@@ -545,7 +545,10 @@ void KLogStream::iterator_base::Step(bool newer) {
             next = newer ? image->NewerRec(m_pRec, m_dwRecNum) : image->OlderRec(m_pRec, m_dwRecNum);
         s->UnlockLogfile();
     }
-    *this = next != nullptr ? iterator_base(s, next) : iterator_base();
+    // The number the walk accepted, not the record's number read again: a reader without the
+    // writers' lock may find the record already overwritten, and GetRecData must then notice.
+    const uint32_t number = newer ? m_dwRecNum + 1 : m_dwRecNum - 1;
+    *this = next != nullptr ? iterator_base(s, next, number) : iterator_base();
 }
 
 uint32_t KLogStream::iterator_base::RecOffset() const {
@@ -558,19 +561,29 @@ long KLogStream::iterator_base::GetRecData(void* buf, unsigned long* size, KLogR
     if (m_pRec == nullptr || !KLogStream::IsLive(m_pStream)) return KX_E_LOG_NO_STREAM;
     long status = m_pStream->LockLogfile(500, 4);
     if (status != KX_OK) return status;
+    // The header is read once and judged as read: a reader that cannot take the writers' lock
+    // (log/KLogLock.h) may see the record change under it, and must still never copy from
+    // outside the file. Its number is read again after the copy: an append that began to
+    // overwrite the record writes its number first.
     const KLogFile* image = m_pStream->Image();
-    if (image == nullptr || image->RecordAt(image->OffsetOf(m_pRec)) != m_pRec ||
-        m_pRec->GetRecNum() != m_dwRecNum) {
+    KLogRec head;
+    const uint32_t offset = image != nullptr ? image->OffsetOf(m_pRec) : 0;
+    if (image != nullptr) memcpy(static_cast<void*>(&head), m_pRec, sizeof head);
+    if (image == nullptr || image->RecordAt(offset) != m_pRec || !head.IsValid() ||
+        head.GetRecNum() != m_dwRecNum || head.GetSize() < kxLogRecHeaderSize ||
+        static_cast<uint64_t>(offset) + head.GetSize() > image->SizeInBytes()) {
         status = KX_E_LOG_NO_STREAM;
     } else {
-        const unsigned long n = m_pRec->GetPayloadSize();
-        if (info != nullptr) *info = m_pRec->GetInfo();
+        const unsigned long n = head.GetPayloadSize();
+        if (info != nullptr) *info = head.GetInfo();
         if (buf == nullptr || size == nullptr || *size < n) {
             status = KX_E_BAD_ARGUMENT;
         } else {
             memcpy(buf, m_pRec->Payload(), n);
         }
         if (size != nullptr) *size = n;
+        __atomic_thread_fence(__ATOMIC_ACQUIRE);
+        if (m_pRec->LoadRecNum() != m_dwRecNum) status = KX_E_LOG_NO_STREAM;
     }
     m_pStream->UnlockLogfile();
     return status;

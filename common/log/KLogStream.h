@@ -146,6 +146,8 @@ public:
         friend class KLogStream;
         iterator_base(const KLogStream* s, const KLogRec* r)
             : m_pStream(s), m_pRec(r), m_dwRecNum(r->GetRecNum()) {}
+        iterator_base(const KLogStream* s, const KLogRec* r, uint32_t number)
+            : m_pStream(s), m_pRec(r), m_dwRecNum(number) {}
         void Step(bool newer);
         const KLogStream* m_pStream = nullptr;
         const KLogRec* m_pRec = nullptr;

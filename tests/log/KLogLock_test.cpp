@@ -191,6 +191,36 @@ TEST(KLogLockTest, ReadOnlyDirectoryFallsBackToTheFileLock) {
     EXPECT_EQ((std::vector<std::string>{"m.log"}), Names(dir)) << "no lock file could be made";
 }
 
+// A viewer that may not write the lock file reads with the file's read lock alone: it never
+// holds up the writers, who keep the mutex, and never writes.
+TEST(KLogLockTest, ViewerWithoutWriteAccessNeverBlocksWriters) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to run the viewer as another user";
+    TempDir dir;
+    const std::string path = dir / "m.log";
+    {
+        KLogStream s(dir.path().c_str(), "m.log", 256, 0, true);
+        ASSERT_TRUE(s.IsLive());
+    }
+    ASSERT_EQ(0, chmod(dir.path().c_str(), 0755));
+    ASSERT_EQ(0, chmod(path.c_str(), 0644));
+    ASSERT_EQ(0, chmod((path + ".lock").c_str(), 0644));
+    pid_t viewer = kxtest::Spawn({KX_LOG_WRITER_BIN, "read", path, "400", "--as-nobody"});
+    std::vector<pid_t> pids;
+    for (int w = 0; w < 4; ++w)
+        pids.push_back(kxtest::Spawn({KX_LOG_WRITER_BIN, "write", dir.path(), "m.log", "256",
+                                      "20000", "w" + std::to_string(w)}));
+    for (pid_t pid : pids) {
+        auto status = kxtest::WaitFor(pid, std::chrono::seconds(60));
+        ASSERT_TRUE(status.has_value());
+        EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+    }
+    auto status = kxtest::WaitFor(viewer, std::chrono::seconds(10));
+    ASSERT_TRUE(status.has_value());
+    EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+    EXPECT_EQ(0u, FileLockFlag(path + ".lock")) << "the viewer switched nobody to the file lock";
+    EXPECT_GT(ExpectWholeRing(path), 1000u);
+}
+
 // A process whose mutex layout is not the lock file's sets the file-lock flag; everyone takes
 // the file lock while it is there, and the next ordinary writer clears the flag again.
 TEST(KLogLockTest, WriterOfTheOtherTargetMakesEveryoneTakeTheFileLock) {

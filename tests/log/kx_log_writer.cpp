@@ -8,24 +8,30 @@
 //   kx_log_writer die-in-append FILE                       takes the lock, half writes a record
 //                                                          over the oldest ones and kills itself
 //   kx_log_writer probe TEXT                               one message through the default stream
+//   kx_log_writer read FILE MS [OPT...]                    reads the whole file again and again
+//                                                          for MS ms, checking that record numbers
+//                                                          run on; prints the passes made
 //
-// Options of write and forever: --foreign-abi plays a process of the other target (its mutex
-// layout does not match the lock file's); --as-nobody drops root to uid/gid 65534 first.
+// Options of write, forever and read: --foreign-abi plays a process of the other target (its
+// mutex layout does not match the lock file's); --as-nobody drops root to uid/gid 65534 first.
 //
-// Exit status: 0 done, 2 the stream did not open, 3 a write failed, 100 usage.
+// Exit status: 0 done, 2 the stream did not open, 3 a write (read) failed, 100 usage.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "log/KLogLock.h"
 #include "log/KLogStream.h"
 #include "log/kxLog.h"
+#include "log/kxLogRead.h"
 
 namespace {
 
@@ -104,6 +110,28 @@ int DieInAppend(const char* file) {
     return 0;
 }
 
+// Whole passes over the file; a pass that found nothing or stopped early is not counted as
+// good. Succeeds when some pass was good and none saw numbers that do not run on.
+int Read(const char* file, long ms) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    long passes = 0, good = 0;
+    while (std::chrono::steady_clock::now() < end) {
+        std::vector<KLogEntry> e;
+        ++passes;
+        if (kxLogReadFile(file, e) != KX_OK || e.empty()) continue;
+        for (size_t i = 1; i < e.size(); ++i) {
+            if (e[i].info.GetRecNum() != e[i - 1].info.GetRecNum() + 1) {
+                fprintf(stderr, "numbers jump from %u to %u\n", e[i - 1].info.GetRecNum(),
+                        e[i].info.GetRecNum());
+                return 3;
+            }
+        }
+        ++good;
+    }
+    printf("%ld passes, %ld good\n", passes, good);
+    return good > 0 ? 0 : 3;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -111,6 +139,8 @@ int main(int argc, char** argv) {
         return Write(argv[2], argv[3], strtoul(argv[4], nullptr, 0), atol(argv[5]), argv[6]);
     if (argc >= 6 && strcmp(argv[1], "forever") == 0 && ApplyOptions(argc, argv, 6))
         return Write(argv[2], argv[3], strtoul(argv[4], nullptr, 0), -1, argv[5]);
+    if (argc >= 4 && strcmp(argv[1], "read") == 0 && ApplyOptions(argc, argv, 4))
+        return Read(argv[2], atol(argv[3]));
     if (argc == 5 && strcmp(argv[1], "hold") == 0) return Hold(argv[2], atol(argv[3]), argv[4]);
     if (argc == 3 && strcmp(argv[1], "die-in-append") == 0) return DieInAppend(argv[2]);
     if (argc == 3 && strcmp(argv[1], "probe") == 0) {
