@@ -28,6 +28,15 @@ std::string Lines(const kxtest::LogCapture& log) {
     return text;
 }
 
+// Answers "cancelled" once armed and asked more than `after` times.
+class CancelAfter final : public CancelledIf {
+public:
+    bool Cancelled() override { return armed && ++asked > after; }
+    bool armed = false;
+    int after = 0;
+    int asked = 0;
+};
+
 class NFSObjects : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -49,9 +58,10 @@ protected:
     }
 
     std::unique_ptr<NFSBrowse> Browse(eUseProtocol protocol, int uid = 0,
-                                      const std::vector<int>& gids = kRoot) {
+                                      const std::vector<int>& gids = kRoot,
+                                      CancelledIf* cancel = nullptr) {
         NFSBrowse* b = nullptr;
-        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), uid, gids, nullptr, protocol));
+        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), uid, gids, cancel, protocol));
         return std::unique_ptr<NFSBrowse>(b);
     }
     static std::unique_ptr<DirEntry> Open(NFSBrowse& b, const std::string& path,
@@ -156,6 +166,27 @@ TEST_F(NFSObjects, OpenNearestStopsAtTheDeepestObjectReached) {
     ASSERT_TRUE(e);
     EXPECT_EQ(dir + "/d", e->serverPath);
     EXPECT_FALSE(Exists(dir + "/d/x"));
+
+    // Cancellation is asked before each LOOKUP and stops the walk like a failure.
+    CancelAfter cancel;
+    auto cancellable = Browse(eUseTCP, 0, kRoot, &cancel);
+    ASSERT_TRUE(cancellable);
+    const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    const int levels = 3;  // name, d, f below the export
+    cancel.armed = true;
+    cancel.after = levels;
+    EXPECT_TRUE(Open(*cancellable, dir + "/d/f"));
+    EXPECT_EQ(levels, cancel.asked);
+    cancel.asked = 0;
+    cancel.after = 2;
+    EXPECT_FALSE(Open(*cancellable, dir + "/d/f"));
+    EXPECT_EQ(KX_E_NFS_CANCELLED, cancellable->GetLastObjectError());
+    cancel.asked = 0;
+    e = Open(*cancellable, dir + "/d/f", false, true);
+    ASSERT_TRUE(e);
+    EXPECT_EQ(dir + "/d", e->serverPath);
+    EXPECT_EQ(KX_E_NFS_CANCELLED, cancellable->GetLastObjectError());
+    EXPECT_EQ(data + "/" + name + "/d", e->serverPath);
 }
 
 TEST_F(NFSObjects, OpenNormalisesSpellingsAndNeverLeavesTheExport) {
