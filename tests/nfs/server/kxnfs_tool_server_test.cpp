@@ -349,6 +349,9 @@ TEST_F(KxnfsTool, ObjectCommandsAndTheirMainFailures) {
     char target[64] = {};
     EXPECT_EQ(4, readlink((dir + "/link").c_str(), target, sizeof target - 1));
     EXPECT_STREQ("file", target);
+    r = Kxnfs({"ln", "-s", "elsewhere", Remote(dir + "/link")});
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ(where + "/link: file exists (status 0xE0030210)\n", r.err);
     r = Kxnfs({"readlink", Remote(dir + "/link")});
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_EQ("file\n", r.out);
@@ -370,6 +373,10 @@ TEST_F(KxnfsTool, ObjectCommandsAndTheirMainFailures) {
     EXPECT_EQ(0, r.status) << r.err;
     EXPECT_NE(std::string::npos, r.out.find("  Type: regular file\n")) << r.out;
     EXPECT_NE(std::string::npos, r.out.find("  Size: 5 ")) << r.out;
+    r = Kxnfs({"stat", Remote(dir + "/missing")});
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("", r.out);
+    EXPECT_EQ(where + "/missing: no such file or directory (status 0xE0030207)\n", r.err);
     r = Kxnfs({"-j", "stat", Remote(dir + "/renamed")});
     EXPECT_EQ(0u, r.out.find("{\"name\":\"" + dir + "/renamed\",\"type\":\"file\"")) << r.out;
 
