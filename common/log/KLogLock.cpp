@@ -37,6 +37,8 @@ uint32_t ThisAbi() {
 
 // Bits of a robust futex word (the kernel's robust-futex ABI).
 constexpr uint32_t kFutexTidMask = 0x3FFFFFFF;
+// The owner the C library records in a robust mutex that can no longer be taken.
+constexpr int kOwnerNotRecoverable = 0x7FFFFFFE;
 
 uint64_t NowNs() {
     struct timespec ts;
@@ -101,10 +103,17 @@ long KLogLock::Open(const char* logPath, bool writer, unsigned long timeoutMs, K
         if (found == Found::kUsable) RangeLock(m_fdLog, F_OFD_SETLK, F_UNLCK, kxLogFileLockEnd, 1);
     }
     switch (found) {
-        case Found::kUsable:
+        case Found::kUsable: {
             m_pJournal = &m_pShared->journal;
             m_mode.store(Mode::kMutex, std::memory_order_relaxed);
-            return SettleFileLockFlag(timeoutMs);
+            const long status = SettleFileLockFlag(timeoutMs);
+            if (status != KX_E_LOG_LOCK_FILE) return status;
+            // A mutex that can never be taken again: the file lock for everyone.
+            if (writer) RangeLock(m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
+            __atomic_store_n(&m_pShared->fileLockMode, 1, __ATOMIC_SEQ_CST);
+            m_mode.store(Mode::kFileLock, std::memory_order_relaxed);
+            return KX_OK;
+        }
         case Found::kForeign:
             if (writer) return StartFileLockMode(timeoutMs);
             break;
@@ -288,6 +297,11 @@ long KLogLock::StartFileLockMode(unsigned long timeoutMs) {
 
 long KLogLock::LockMutex(unsigned long timeoutMs) {
     pthread_mutex_t* m = &m_pShared->mutex;
+    // A mutex left unrecoverable (a holder died and the next let it go without marking it
+    // consistent, which this library never does) is recognised before trying it: the C library's
+    // try-lock would report it but keep the futex word taken, blocking everyone for good.
+    if (__atomic_load_n(&m->__data.__owner, __ATOMIC_RELAXED) == kOwnerNotRecoverable)
+        return KX_E_LOG_LOCK_FILE;
     int r = pthread_mutex_trylock(m);
     // Holders keep it for a fraction of a microsecond: a short spin usually beats sleeping.
     for (int spin = 0; r == EBUSY && spin < 10; ++spin) {
@@ -349,6 +363,7 @@ long KLogLock::Lock(unsigned long timeoutMs, KLogFile* image) {
         long status = LockMutex(timeoutMs);
         if (status == KX_E_LOG_LOCK_FILE) {
             // The mutex can never be taken again: every process moves to the file lock.
+            if (m_bWriter) RangeLock(m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
             __atomic_store_n(&m_pShared->fileLockMode, 1, __ATOMIC_SEQ_CST);
             m_mode.store(Mode::kFileLock, std::memory_order_relaxed);
             mode = Mode::kFileLock;

@@ -4,8 +4,10 @@
 // appends at once, and the ring holds one contiguous run of whole records.
 #include "log/KLogLock.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -189,6 +191,34 @@ TEST(KLogLockTest, ReadOnlyDirectoryFallsBackToTheFileLock) {
     RunKilledWriters(dir, 256, 2, options);
     chmod(dir.path().c_str(), 0700);
     EXPECT_EQ((std::vector<std::string>{"m.log"}), Names(dir)) << "no lock file could be made";
+}
+
+// A mutex that can never be taken again (a holder died and the next one let it go without
+// marking it consistent): every process moves to the file lock and goes on.
+TEST(KLogLockTest, UnrecoverableMutexFallsBackToTheFileLock) {
+    TempDir dir;
+    const std::string path = dir / "m.log";
+    {
+        KLogStream s(dir.path().c_str(), "m.log", 64, 0, true);
+        ASSERT_TRUE(s.IsLive());
+    }
+    const std::string marker = dir / "held";
+    pid_t holder = kxtest::Spawn({KX_LOG_WRITER_BIN, "hold", path, "20000", marker});
+    ASSERT_TRUE(kxtest::Eventually([&] { return access(marker.c_str(), F_OK) == 0; }));
+    kxtest::KillAndReap(holder);
+    const int fd = open((path + ".lock").c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    void* map = mmap(nullptr, KLogLockShared::kFileSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    ASSERT_NE(MAP_FAILED, map);
+    pthread_mutex_t* m = &static_cast<KLogLockShared*>(map)->mutex;
+    ASSERT_EQ(EOWNERDEAD, pthread_mutex_lock(m));
+    ASSERT_EQ(0, pthread_mutex_unlock(m));
+    ASSERT_EQ(ENOTRECOVERABLE, pthread_mutex_lock(m));
+    munmap(map, KLogLockShared::kFileSize);
+
+    RunKilledWriters(dir, 64, 1);
+    EXPECT_EQ(1u, FileLockFlag(path + ".lock"));
 }
 
 // A viewer that may not write the lock file reads with the file's read lock alone: it never
