@@ -592,15 +592,6 @@ TEST_F(NFSObjects, AccessReportsTheGrantedRights) {
     ASSERT_TRUE(browse->Access(*f, mask));
     EXPECT_EQ(0x01u | 0x04u | 0x08u, mask & 0x0Du) << std::hex << mask;
     EXPECT_EQ(0u, mask & 0x20u) << "root may not execute a file without x bits";
-
-    // Another user sees the mode: 0640 gives it nothing.
-    auto other = Browse(eUseTCP, 1000, {1000});
-    ASSERT_TRUE(other);
-    auto f2 = Open(*other, dir + "/f");
-    ASSERT_TRUE(f2);
-    mask = 0x3F;
-    ASSERT_TRUE(other->Access(*f2, mask));
-    EXPECT_EQ(0u, mask & 0x0Fu) << std::hex << mask;
 }
 
 TEST_F(NFSObjects, EntriesWithoutTheSignatureAreRefused) {
