@@ -3,11 +3,12 @@
 // locks of an append cost.
 //
 //   KxLog/procs:N/flush:F/filelock:L
-//                      kxLogPrintfA into a shared 64 MB ring file, the mapping flushed every F
-//                      appends (16384 as the standard streams do; 0 never, to show what the
-//                      periodic synchronous flush costs). L 0: the lock file's mutex, as
-//                      normally; L 1: the file-lock fallback (the lock file is made by a
-//                      process playing the other target, so every writer takes the file lock)
+//                      kxLogPrintfA into a shared 64 MB ring file, new at the start of each
+//                      run, the mapping flushed every F appends (16384 as the standard streams
+//                      do; 0 never, to show what the periodic synchronous flush costs).
+//                      L 0: the lock file's mutex, as normally; L 1: the file-lock fallback
+//                      (the lock file is made by a process playing the other target, so every
+//                      writer takes the file lock)
 //   Spdlog/procs:N     spdlog's synchronous basic file sink, the same message (default pattern)
 //   Syslog/procs:N     syslog(3) to a datagram listener on /dev/log (private mount namespace;
 //                      skipped when that cannot be set up)
