@@ -19,6 +19,8 @@ TEST(kxPathTest, GetFormatClassifiesEverySyntax) {
         {"\\\\?\\x", eInvalid}, {"\\\\?/D:\\x", eInvalid}, {"\\\\?\\UNC\\", eInvalid},
         {"srv:/x", eRemoteUnix}, {"srv:D:\\x", eRemoteDos}, {"srv:\\\\?\\D:\\x", eRemoteLongDos},
         {"srv:x", eInvalid}, {"D:x", eInvalid}, {"dir\\f", eInvalid},
+        // A drive is one letter: "ab:" is a host followed by a path of no known syntax.
+        {"ab:\\x", eInvalid}, {"srv:ab:\\x", eInvalid}, {"1:\\x", eInvalid},
         {"D:/x", eRemoteUnix},  // host "D": remote names are recognised by the colon (deliberate)
     };
     for (const auto& c : cases) EXPECT_EQ(GetFormat(c.first), c.second) << (c.first ? c.first : "null");

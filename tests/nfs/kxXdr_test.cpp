@@ -1,6 +1,6 @@
 // The XDR routines of the wire stubs: every procedure's arguments survive an encode, decode,
-// encode cycle byte for byte; the hand-coded routines agree with the wire format on both of
-// their paths; limits hold.
+// encode cycle byte for byte; results decode from replies laid out by hand; the hand-coded
+// routines agree with the wire format on both of their paths; limits hold.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -147,6 +147,109 @@ TEST(Xdr, MountAndLockArgumentsRoundTrip) {
                      FALSE};
     RoundTrip("nlm_shareargs", Proc(xdr_nlm_shareargs), sh);
     RoundTrip("nlm_notify", Proc(xdr_nlm_notify), nlm_notify{g_caller, 17});
+}
+
+// Big-endian words as a server writes them; hypers are two words, high first.
+std::vector<char> Wire(std::initializer_list<uint32_t> words) {
+    std::vector<char> bytes;
+    for (uint32_t w : words)
+        for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<char>(w >> shift));
+    return bytes;
+}
+
+// Results a server sends, written word by word in the order of the published definitions
+// with a distinct value in every field, so a field read from another's place shows.
+TEST(Xdr, ResultsDecodeFromThePublishedLayout) {
+    // GETATTR: status, then type, mode, nlink, uid, gid, size, used, rdev (two words), fsid,
+    // fileid, atime, mtime, ctime.
+    std::vector<char> bytes = Wire({0, 1, 0644, 3, 4, 5, 0, 6, 0, 7, 8, 9, 0, 10, 0, 11,
+                                    12, 13, 14, 15, 16, 17});
+    getattr3res ga;
+    memset(&ga, 0, sizeof ga);
+    ASSERT_TRUE(Decode(Proc(xdr_getattr3res), bytes, &ga));
+    const fattr3& a = ga.getattr3res_u.resok.obj_attributes;
+    EXPECT_EQ((std::vector<uint64_t>{NF3REG, 0644, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15,
+                                     16, 17}),
+              (std::vector<uint64_t>{a.type, a.mode, a.nlink, a.uid, a.gid, a.size, a.used,
+                                     a.rdev.specdata1, a.rdev.specdata2, a.fsid, a.fileid,
+                                     a.atime.seconds, a.atime.nseconds, a.mtime.seconds,
+                                     a.mtime.nseconds, a.ctime.seconds, a.ctime.nseconds}));
+
+    // FSINFO (no attributes): rtmax, rtpref, rtmult, wtmax, wtpref, wtmult, dtpref,
+    // maxfilesize, time_delta, properties.
+    bytes = Wire({0, 0, 21, 22, 23, 24, 25, 26, 27, 0, 28, 29, 30, 0x1B});
+    fsinfo3res fi;
+    memset(&fi, 0, sizeof fi);
+    ASSERT_TRUE(Decode(Proc(xdr_fsinfo3res), bytes, &fi));
+    const fsinfo3resok& f = fi.fsinfo3res_u.resok;
+    EXPECT_EQ((std::vector<uint64_t>{21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 0x1B}),
+              (std::vector<uint64_t>{f.rtmax, f.rtpref, f.rtmult, f.wtmax, f.wtpref, f.wtmult,
+                                     f.dtpref, f.maxfilesize, f.time_delta.seconds,
+                                     f.time_delta.nseconds, f.properties}));
+
+    // FSSTAT: tbytes, fbytes, abytes, tfiles, ffiles, afiles, invarsec.
+    bytes = Wire({0, 0, 1, 31, 0, 32, 0, 33, 0, 34, 0, 35, 0, 36, 37});
+    fsstat3res fs;
+    memset(&fs, 0, sizeof fs);
+    ASSERT_TRUE(Decode(Proc(xdr_fsstat3res), bytes, &fs));
+    const fsstat3resok& st = fs.fsstat3res_u.resok;
+    EXPECT_EQ((std::vector<uint64_t>{(1ull << 32) + 31, 32, 33, 34, 35, 36, 37}),
+              (std::vector<uint64_t>{st.tbytes, st.fbytes, st.abytes, st.tfiles, st.ffiles,
+                                     st.afiles, st.invarsec}));
+
+    // PATHCONF (hand-coded, both paths): linkmax, name_max, then no_trunc, chown_restricted,
+    // case_insensitive, case_preserving; one flag set at a time.
+    for (int flag = 0; flag < 4; ++flag) {
+        for (bool inlineAllowed : {true, false}) {
+            SCOPED_TRACE(flag);
+            bytes = Wire({0, 41, 42, flag == 0, flag == 1, flag == 2, flag == 3});
+            pathconf3resok pc;
+            memset(&pc, 0, sizeof pc);
+            ASSERT_TRUE(Decode(Proc(xdr_pathconf3resok), bytes, &pc, inlineAllowed));
+            EXPECT_EQ((std::vector<uint64_t>{41, 42, flag == 0, flag == 1, flag == 2, flag == 3}),
+                      (std::vector<uint64_t>{pc.linkmax, pc.name_max, pc.no_trunc != 0,
+                                             pc.chown_restricted != 0, pc.case_insensitive != 0,
+                                             pc.case_preserving != 0}));
+        }
+    }
+
+    // READ: count, eof, then the data with its own length, padded to a word.
+    bytes = Wire({0, 0, 5, 1, 5, 0x61626364, 0x65000000});
+    read3res rd;
+    memset(&rd, 0, sizeof rd);
+    ASSERT_TRUE(Decode(Proc(xdr_read3res), bytes, &rd));
+    const read3resok& r = rd.read3res_u.resok;
+    EXPECT_EQ(5u, r.count);
+    EXPECT_TRUE(r.eof);
+    EXPECT_EQ("abcde", std::string(r.data.data_val, r.data.data_len));
+    xdr_free(Proc(xdr_read3res), reinterpret_cast<char*>(&rd));
+
+    // WRITE: no before or after attributes, count, committed, the 8-byte verifier.
+    bytes = Wire({0, 0, 0, 51, FILE_SYNC, 0x56455249, 0x46594E47});
+    write3res wr;
+    memset(&wr, 0, sizeof wr);
+    ASSERT_TRUE(Decode(Proc(xdr_write3res), bytes, &wr));
+    EXPECT_EQ(51u, wr.write3res_u.resok.count);
+    EXPECT_EQ(FILE_SYNC, wr.write3res_u.resok.committed);
+    EXPECT_EQ(0, memcmp("VERIFYNG", wr.write3res_u.resok.verf, 8));
+
+    // A failed LOOKUP carries only the directory's optional attributes.
+    bytes = Wire({NFS3ERR_NOENT, 0});
+    lookup3res lk;
+    memset(&lk, 0, sizeof lk);
+    ASSERT_TRUE(Decode(Proc(xdr_lookup3res), bytes, &lk));
+    EXPECT_EQ(NFS3ERR_NOENT, lk.status);
+
+    // MNT: status, the handle with its length, then the list of flavours.
+    bytes = Wire({0, 6, 0x48414E44, 0x4C450000, 2, AUTH_UNIX, 6});
+    mountres3 mr;
+    memset(&mr, 0, sizeof mr);
+    ASSERT_TRUE(Decode(Proc(xdr_mountres3), bytes, &mr));
+    const mountres3_ok& m = mr.mountres3_u.mountinfo;
+    EXPECT_EQ("HANDLE", std::string(m.fhandle.fhandle3_val, m.fhandle.fhandle3_len));
+    ASSERT_EQ(2u, m.auth_flavors.auth_flavors_len);
+    EXPECT_EQ(6, m.auth_flavors.auth_flavors_val[1]);
+    xdr_free(Proc(xdr_mountres3), reinterpret_cast<char*>(&mr));
 }
 
 TEST(Xdr, LimitsOfPathsNamesAndHandles) {

@@ -58,6 +58,10 @@ struct ModeRegistrar {
     ModeRegistrar(const char* name, Mode mode);
 };
 
+// The mode registered under name, or null: lets a mode change a few answers of another and
+// hand it the rest. Call it while answering (registration is complete by then).
+Mode FindMode(const char* name);
+
 #define KX_FAKE_CONCAT2(a, b) a##b
 #define KX_FAKE_CONCAT(a, b) KX_FAKE_CONCAT2(a, b)
 // Registers `function` under `name` before main runs.

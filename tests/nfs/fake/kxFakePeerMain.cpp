@@ -170,6 +170,11 @@ int Count() { return g_count; }
 
 ModeRegistrar::ModeRegistrar(const char* name, Mode mode) { Modes()[name] = mode; }
 
+Mode FindMode(const char* name) {
+    const auto found = Modes().find(name);
+    return found != Modes().end() ? found->second : nullptr;
+}
+
 }  // namespace kxfake
 
 int main(int argc, char** argv) {

@@ -1,0 +1,135 @@
+// Export discovery modes: a MOUNT service whose list holds "/" and an export it refuses, and an
+// NFS service whose file-system figures differ per export root (kxFakeExport.h).
+#include <cstring>
+#include <string>
+
+#include "kxFakeExport.h"
+#include "kxFakePeer.h"
+#include "xdr/mount_prot.h"
+#include "xdr/nfs3_prot.h"
+
+namespace {
+
+using kxfake::Call;
+
+template <typename F>
+xdrproc_t Proc(F f) {
+    return reinterpret_cast<xdrproc_t>(f);
+}
+
+const char* const kExports[] = {"/", "/export", "/refused"};
+
+bool_t EncodeExports(XDR* x, void*) {
+    bool_t more = TRUE, none = FALSE;
+    for (const char* e : kExports) {
+        char* p = const_cast<char*>(e);
+        if (!xdr_bool(x, &more) || !xdr_string(x, &p, MNTPATHLEN) || !xdr_bool(x, &none))
+            return FALSE;
+    }
+    return xdr_bool(x, &none);
+}
+
+bool Mnt(const Call& call, std::vector<char>& out) {
+    char* path = nullptr;
+    if (!call.DecodeArgs(Proc(xdr_dirpath), &path))
+        return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    std::string handle = std::string("MNT") + path;
+    const bool refused = strcmp(path, "/refused") == 0;
+    call.FreeArgs(Proc(xdr_dirpath), &path);
+    mountres3 res;
+    memset(&res, 0, sizeof res);
+    int flavor = AUTH_UNIX;
+    if (refused) {
+        res.fhs_status = MNT3ERR_ACCES;
+    } else {
+        res.fhs_status = MNT3_OK;
+        mountres3_ok& ok = res.mountres3_u.mountinfo;
+        ok.fhandle.fhandle3_len = static_cast<u_int>(handle.size());
+        ok.fhandle.fhandle3_val = &handle[0];
+        ok.auth_flavors.auth_flavors_len = 1;
+        ok.auth_flavors.auth_flavors_val = &flavor;
+    }
+    return kxfake::AcceptWith(call, Proc(xdr_mountres3), &res, out);
+}
+
+bool MountRoot(const Call& call, std::vector<char>& out) {
+    switch (call.procedure) {
+    case MOUNTPROC3_NULL:
+    case MOUNTPROC3_UMNT:
+        return kxfake::AcceptWith(call, nullptr, nullptr, out);
+    case MOUNTPROC3_MNT:
+        return Mnt(call, out);
+    case MOUNTPROC3_EXPORT:
+        return kxfake::AcceptWith(call, Proc(EncodeExports), nullptr, out);
+    default:
+        return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+    }
+}
+
+// The figures of the root whose handle the call carries (every FSSTAT, FSINFO and PATHCONF
+// argument is one handle); null for an unknown handle.
+const kxfake::FakeFsFigures* FiguresFor(const Call& call) {
+    nfs_fh3 fh;
+    memset(&fh, 0, sizeof fh);
+    if (!call.DecodeArgs(Proc(xdr_nfs_fh3), &fh)) return nullptr;
+    const std::string handle(fh.data.data_val, fh.data.data_len);
+    call.FreeArgs(Proc(xdr_nfs_fh3), &fh);
+    if (handle == "MNT/") return &kxfake::kFakeRootFigures;
+    if (handle == "MNT/export") return &kxfake::kFakeExportFigures;
+    return nullptr;
+}
+
+bool Figures(const Call& call, const kxfake::FakeFsFigures& f, std::vector<char>& out) {
+    if (call.procedure == NFSPROC3_FSSTAT) {
+        fsstat3res res;
+        memset(&res, 0, sizeof res);
+        fsstat3resok& ok = res.fsstat3res_u.resok;
+        ok.tbytes = f.totalBytes;
+        ok.fbytes = f.freeBytes;
+        ok.abytes = f.availableBytes;
+        return kxfake::AcceptWith(call, Proc(xdr_fsstat3res), &res, out);
+    }
+    if (call.procedure == NFSPROC3_FSINFO) {
+        fsinfo3res res;
+        memset(&res, 0, sizeof res);
+        fsinfo3resok& ok = res.fsinfo3res_u.resok;
+        ok.rtmax = f.rtmax;
+        ok.rtpref = f.rtpref;
+        ok.rtmult = f.rtmult;
+        ok.wtmax = f.wtmax;
+        ok.wtpref = f.wtpref;
+        ok.wtmult = f.wtmult;
+        ok.dtpref = 8192;
+        ok.maxfilesize = ~0ull;
+        ok.time_delta = {f.deltaSeconds, f.deltaNanoseconds};
+        ok.properties = f.properties;
+        return kxfake::AcceptWith(call, Proc(xdr_fsinfo3res), &res, out);
+    }
+    pathconf3res res;
+    memset(&res, 0, sizeof res);
+    pathconf3resok& ok = res.pathconf3res_u.resok;
+    ok.linkmax = 32000;
+    ok.name_max = f.nameMax;
+    ok.no_trunc = TRUE;
+    ok.chown_restricted = f.chownRestricted;
+    ok.case_insensitive = f.caseInsensitive;
+    ok.case_preserving = f.casePreserving;
+    return kxfake::AcceptWith(call, Proc(xdr_pathconf3res), &res, out);
+}
+
+bool NfsFigures(const Call& call, std::vector<char>& out) {
+    switch (call.procedure) {
+    case NFSPROC3_FSSTAT:
+    case NFSPROC3_FSINFO:
+    case NFSPROC3_PATHCONF:
+        if (const kxfake::FakeFsFigures* f = FiguresFor(call)) return Figures(call, *f, out);
+        return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    default:
+        return kxfake::FindMode("nfs")(call, out);
+    }
+}
+
+}  // namespace
+
+KX_FAKE_MODE("mountroot", MountRoot);
+KX_FAKE_MODE("nfsfigures", NfsFigures);

@@ -1,0 +1,221 @@
+// Export discovery as the server sees it: the credentials every call carries, the UMNT of each
+// mounted export when the browse object ends, the figures read from FSSTAT, FSINFO and
+// PATHCONF, and the export FindMountPoint chooses when "/" is exported. Against the fake peer
+// (modes mountroot and nfsfigures, fake/kxFakeExport.h) in a fresh sandbox per test, since the
+// real server holds both programs in the test's own.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <rpc/rpc.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kxFakeBrowse.h"
+#include "kxFakeExport.h"
+#include "kxFakeRecord.h"
+#include "kxNFSSandbox.h"
+#include "nfs/NFSBrowse.h"
+#include "platform/kxSysInfo.h"
+#include "xdr/mount_prot.h"
+
+using namespace kxNFSUtils;
+
+namespace {
+
+// Both fakes with every call recorded.
+class ExportPeers {
+public:
+    ExportPeers() {
+        auto& sandbox = kxtest::NFSSandbox::Get();
+        m_mount = sandbox.StartFake(100005, 3, "mountroot", 0, m_mountRecord);
+        m_nfs = sandbox.StartFake(100003, 3, "nfsfigures", 0, m_nfsRecord);
+    }
+    ~ExportPeers() {
+        if (m_nfs > 0) kxtest::NFSSandbox::Get().Stop(m_nfs);
+        if (m_mount > 0) kxtest::NFSSandbox::Get().Stop(m_mount);
+    }
+    ExportPeers(const ExportPeers&) = delete;
+    ExportPeers& operator=(const ExportPeers&) = delete;
+
+    bool Up() const { return m_mount > 0 && m_nfs > 0; }
+    std::vector<kxfake::Call> MountCalls() const { return kxfake::ReadRecord(m_mountRecord); }
+    std::vector<kxfake::Call> NfsCalls() const { return kxfake::ReadRecord(m_nfsRecord); }
+
+    std::unique_ptr<NFSBrowse> Browse(int uid, const std::vector<int>& gids) const {
+        NFSBrowse* b = nullptr;
+        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, inet_addr("127.0.0.1"), uid, gids, nullptr, eUseTCP,
+                                         "fake"));
+        return std::unique_ptr<NFSBrowse>(b);
+    }
+
+private:
+    kxtest::TempDir m_dir;
+    std::string m_mountRecord = m_dir / "mount-calls";
+    std::string m_nfsRecord = m_dir / "nfs-calls";
+    pid_t m_mount = -1;
+    pid_t m_nfs = -1;
+};
+
+// The MOUNT path argument of an MNT or UMNT call.
+std::string PathArgument(const kxfake::Call& call) {
+    char* path = nullptr;
+    std::string text = "(undecodable)";
+    if (call.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_dirpath), &path)) text = path;
+    call.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_dirpath), &path);
+    return text;
+}
+
+// The AUTH_UNIX credential of a call as "machine uid gid: g1 g2 ...", or why there is none.
+std::string Credential(const kxfake::Call& call) {
+    if (call.credFlavor != AUTH_UNIX) return "flavor " + std::to_string(call.credFlavor);
+    authunix_parms parms;
+    memset(&parms, 0, sizeof parms);
+    std::vector<char> body = call.cred;
+    XDR x;
+    xdrmem_create(&x, body.data(), static_cast<u_int>(body.size()), XDR_DECODE);
+    std::string text = "(undecodable)";
+    if (xdr_authunix_parms(&x, &parms)) {
+        text = std::string(parms.aup_machname) + " " + std::to_string(parms.aup_uid) + " " +
+               std::to_string(parms.aup_gid) + ":";
+        for (u_int i = 0; i < parms.aup_len; ++i) text += " " + std::to_string(parms.aup_gids[i]);
+    }
+    XDR_DESTROY(&x);
+    x.x_op = XDR_FREE;
+    xdr_authunix_parms(&x, &parms);
+    return text;
+}
+
+void CredentialsAndUnmountOnTheWire() {
+    ExportPeers peers;
+    ASSERT_TRUE(peers.Up());
+    {
+        auto browse = peers.Browse(4321, {100, 200, 300});
+        ASSERT_TRUE(browse);
+        ExportInfo info;
+        ASSERT_TRUE(browse->FindMountPoint("/export/a", info));  // mounts "/" and "/export"
+        info = ExportInfo();
+        ASSERT_TRUE(browse->FindMountPoint("/export/b", info));  // from the cache
+        std::vector<ExportInfo> list;
+        // A refused mount is only an invalid record: its code is logged, never stored.
+        EXPECT_TRUE(browse->Exports(list));
+        EXPECT_EQ(0, browse->GetLastObjectError());
+        for (const kxfake::Call& c : peers.MountCalls()) EXPECT_NE(MOUNTPROC3_UMNT, c.procedure);
+    }
+    std::vector<std::string> mounts, unmounts;
+    size_t lastMount = 0, firstUnmount = SIZE_MAX;
+    const std::vector<kxfake::Call> calls = peers.MountCalls();
+    for (size_t i = 0; i < calls.size(); ++i) {
+        if (calls[i].procedure == MOUNTPROC3_MNT) {
+            mounts.push_back(PathArgument(calls[i]));
+            lastMount = i;
+        } else if (calls[i].procedure == MOUNTPROC3_UMNT) {
+            unmounts.push_back(PathArgument(calls[i]));
+            firstUnmount = std::min(firstUnmount, i);
+        }
+    }
+    using Paths = std::vector<std::string>;
+    EXPECT_EQ((Paths{"/", "/export", "/refused"}), mounts);  // each once
+    // Every export that mounted is unmounted once when the object ends, the refused one not.
+    EXPECT_EQ((Paths{"/", "/export"}), unmounts);
+    EXPECT_LT(lastMount, firstUnmount);
+
+    // Every call on both services carries the caller's identity: the first group is the
+    // primary one, and the whole list, it included, goes along.
+    const std::string expected =
+        std::string(kxSysInfo::GetComputerNameA()) + " 4321 100: 100 200 300";
+    std::vector<kxfake::Call> all = calls;
+    for (kxfake::Call& c : peers.NfsCalls()) all.push_back(std::move(c));
+    ASSERT_GT(all.size(), calls.size());
+    for (const kxfake::Call& c : all)
+        EXPECT_EQ(expected, Credential(c)) << "program " << c.program << " procedure " << c.procedure;
+}
+
+TEST(NFSExportWire, CredentialsAndUnmountOnTheWire) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<CredentialsAndUnmountOnTheWire>());
+}
+
+void ExpectFigures(const ExportInfo& info, uint32_t maxTransfer, uint32_t multiple,
+                   uint32_t readPreferred, uint32_t writePreferred, uint64_t timeDelta,
+                   bool canSetTime, const kxfake::FakeFsFigures& f) {
+    EXPECT_EQ(maxTransfer, info.maxTransfer);
+    EXPECT_EQ(multiple, info.transferMultiple);
+    EXPECT_EQ(readPreferred, info.readPreferred);
+    EXPECT_EQ(writePreferred, info.writePreferred);
+    EXPECT_EQ(timeDelta, info.timeDelta);
+    EXPECT_EQ(canSetTime, info.canSetTime);
+    EXPECT_EQ(1024u, info.unitSize);
+    EXPECT_EQ(f.nameMax, info.nameMax);
+    EXPECT_EQ(f.caseInsensitive, info.caseInsensitive);
+    EXPECT_EQ(f.casePreserving, info.casePreserving);
+    EXPECT_EQ(f.chownRestricted, info.chownRestricted);
+    EXPECT_EQ(f.totalBytes, info.totalBytes);
+    EXPECT_EQ(f.freeBytes, info.freeBytes);
+    EXPECT_EQ(f.availableBytes, info.availableBytes);
+}
+
+void FiguresOfEachExport() {
+    ExportPeers peers;
+    ASSERT_TRUE(peers.Up());
+    auto browse = peers.Browse(0, {0});
+    ASSERT_TRUE(browse);
+    std::vector<ExportInfo> list;
+    EXPECT_TRUE(browse->Exports(list));
+    ASSERT_EQ(3u, list.size());
+    EXPECT_EQ("/", list[0].serverPath);
+    EXPECT_EQ("/export", list[1].serverPath);
+    EXPECT_EQ(kDirEntryInvalid, list[2].type);
+    // The smaller maximum and multiple of the two sides, each side's own preferred size, the
+    // time granularity in nanoseconds and bit 0x10 as "can set time".
+    {
+        SCOPED_TRACE("/");
+        ExpectFigures(list[0], 128u << 10, 1024, 48u << 10, 96u << 10, 2000000500ull, false,
+                      kxfake::kFakeRootFigures);
+    }
+    {
+        SCOPED_TRACE("/export");
+        ExpectFigures(list[1], 256u << 10, 512, 64u << 10, 32u << 10, 1000ull, true,
+                      kxfake::kFakeExportFigures);
+    }
+    // FindMountPoint reads the same figures.
+    ExportInfo info;
+    ASSERT_TRUE(browse->FindMountPoint("/export/f", info));
+    ExpectFigures(info, 256u << 10, 512, 64u << 10, 32u << 10, 1000ull, true,
+                  kxfake::kFakeExportFigures);
+}
+
+TEST(NFSExportWire, FiguresOfEachExport) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<FiguresOfEachExport>());
+}
+
+void RootExportServesEveryPath() {
+    ExportPeers peers;
+    ASSERT_TRUE(peers.Up());
+    auto browse = peers.Browse(0, {0});
+    ASSERT_TRUE(browse);
+    const std::pair<const char*, const char*> cases[] = {
+        {"/elsewhere/x", "/"}, {"/", "/"}, {"/export", "/export"}, {"/export/deep/f", "/export"},
+        {"/exportx", "/"},
+        {"/refused/x", "/"},  // the longest export that mounts
+    };
+    for (const auto& [path, expected] : cases) {
+        ExportInfo info;
+        EXPECT_TRUE(browse->FindMountPoint(path, info)) << path;
+        EXPECT_EQ(expected, info.serverPath) << path;
+    }
+    ExportInfo none;
+    EXPECT_FALSE(browse->FindMountPoint("export", none));  // relative: no export holds it
+    EXPECT_EQ(KX_E_NFS_NO_EXPORT, browse->GetLastObjectError());
+}
+
+TEST(NFSExportWire, RootExportServesEveryPath) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<RootExportServesEveryPath>());
+}
+
+}  // namespace
