@@ -152,18 +152,21 @@ for ((r = 1; r <= rounds; r++)); do
 done
 
 div() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.6f", a / b }'; }
-median() { tr ' ' '\n' <<<"$1" | grep -v '^$' | sort -g | awk '{a[NR] = $1} END {print a[int((NR + 1) / 2)]}'; }
+median() {
+    tr ' ' '\n' <<<"$1" | grep -v '^$' | sort -g | awk '{a[NR] = $1} END {print a[int((NR + 1) / 2)]}'
+}
 
-printf '%s MiB file, %s rounds, medians; ratio = nfs-cp time / kxnfs time (>= 1: kxnfs as fast or faster)\n' \
-    "$size_mib" "$rounds"
-printf '%-6s %12s %12s %12s %12s %8s\n' "" "kxnfs s" "kxnfs MiB/s" "nfs-cp s" "nfs-cp MiB/s" "ratio"
+printf '%s MiB file, %s rounds, medians; ratio = nfs-cp time / kxnfs time' "$size_mib" "$rounds"
+printf ' (>= 1: kxnfs as fast or faster)\n'
+printf '%-6s %12s %12s %12s %12s %8s\n' "" "kxnfs s" "kxnfs MiB/s" "nfs-cp s" "nfs-cp MiB/s" \
+    "ratio"
 json="{\"size_mib\":$size_mib,\"rounds\":$rounds"
 for dir in get put; do
     kx=$(median "${times[kx_$dir]}")
     ln=$(median "${times[libnfs_$dir]}")
     ratio=$(div "$ln" "$kx")
-    printf '%-6s %12.3f %12.1f %12.3f %12.1f %8.2f\n' "$dir" "$kx" "$(div "$size_mib" "$kx")" \
-        "$ln" "$(div "$size_mib" "$ln")" "$ratio"
+    printf '%-6s %12.3f %12.1f %12.3f %12.1f %8.2f\n' "$dir" "$kx" \
+        "$(div "$size_mib" "$kx")" "$ln" "$(div "$size_mib" "$ln")" "$ratio"
     json+=",\"$dir\":{\"kxnfs_s\":$kx,\"nfscp_s\":$ln,\"ratio\":$(printf '%.3f' "$ratio")}"
 done
 json+="}"

@@ -33,7 +33,10 @@ bool ReadLinkText(Session& s, const DirEntry& link, std::string& target) {
     KBuffer buffer;
     if (!s.Browse().ReadSymlink(link, buffer)) return false;
     const unsigned char* p = buffer.GetPtr();
-    target.assign(p != nullptr ? reinterpret_cast<const char*>(p) : "", p != nullptr ? buffer.GetBytesUsed() : 0);
+    if (p != nullptr)
+        target.assign(reinterpret_cast<const char*>(p), buffer.GetBytesUsed());
+    else
+        target.clear();
     while (!target.empty() && target.back() == '\0') target.pop_back();
     return true;
 }

@@ -79,8 +79,8 @@ std::string LastName(const std::string& path) {
 uint64_t FileTimeNow() {
     struct timespec now {};
     clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 10000000u + static_cast<uint64_t>(now.tv_nsec) / 100u +
-           116444736000000000ull;
+    return static_cast<uint64_t>(now.tv_sec) * 10000000u +
+           static_cast<uint64_t>(now.tv_nsec) / 100u + 116444736000000000ull;
 }
 
 mode_t CurrentUmask() {

@@ -167,7 +167,8 @@ TEST_F(KxnfsTool, PutAndGetMoveEveryByteOverBothTransports) {
             SCOPED_TRACE(std::string(route.transport) + " " + route.exportName + " " +
                          std::to_string(size));
             const std::string bytes = RandomBytes(size, seed++);
-            const std::string name = std::string("f") + (route.transport + 1) + std::to_string(size);
+            const std::string name =
+                std::string("f") + (route.transport + 1) + std::to_string(size);
             WriteFile(scratch / "in", bytes);
             ToolRun r = Kxnfs({route.transport, "put", scratch / "in", Remote(dir + name)});
             ASSERT_EQ(0, r.status) << r.err;
@@ -304,8 +305,9 @@ TEST_F(KxnfsTool, HundredThousandEntriesListInConstantMemory) {
     GTEST_SKIP() << "the sanitizer's quarantine keeps freed memory resident";
 #endif
     const std::string small = FreshDir("small"), large = FreshDir("large");
-    for (int i = 0; i < 100; ++i) WriteFile(small + "/entry-with-a-longish-name-" + std::to_string(i), "");
-    for (int i = 0; i < 100000; ++i) WriteFile(large + "/entry-with-a-longish-name-" + std::to_string(i), "");
+    const std::string name = "/entry-with-a-longish-name-";
+    for (int i = 0; i < 100; ++i) WriteFile(small + name + std::to_string(i), "");
+    for (int i = 0; i < 100000; ++i) WriteFile(large + name + std::to_string(i), "");
     const ToolRun few = Kxnfs({"ls", "-l", Remote(small)});
     const ToolRun many = Kxnfs({"ls", "-l", Remote(large)});
     ASSERT_EQ(0, few.status) << few.err;
