@@ -7,8 +7,10 @@
 // mounts per run too). Pieces are what one Read or Write call moves: 4 MiB is kxnfs's piece;
 // 32 MiB lets the pipeline stay full across pieces.
 // Counters per transfer: client_cpu_s (this process, or nfs-cp) and server_cpu_s (nfs-ganesha)
-// beside the wall time: their sum near twice the wall time means both cores are busy.
-// After the runs a table gives the ratios nfs-cp time / library time (above 1: faster).
+// beside the wall time, and machine_idle, the share of the machine's cores idle meanwhile:
+// near 0 means the cores were the limit (other load on the machine counts too).
+// The kinds take turns, one transfer each per round; after the runs a table gives each kind's
+// median and the ratio of medians nfs-cp time / library time (above 1: faster).
 //
 // Needs root: the program enters network and mount namespaces of its own (loopback only, a
 // tmpfs holding the export and the local files) with its own rpcbind and nfs-ganesha (export
@@ -30,6 +32,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -56,8 +59,8 @@ struct Bench {
     std::string work, exportDir, localDir;
     uint64_t size = 0;
     pid_t rpcbind = -1, ganesha = -1;
-    // Wall time and count of transfers, by benchmark, over all repetitions.
-    std::map<std::string, std::pair<double, double>> seconds;
+    // Wall time of every transfer, by kind.
+    std::map<std::string, std::vector<double>> seconds;
 } g;
 
 pid_t Spawn(const std::vector<std::string>& argv) {
@@ -246,6 +249,17 @@ bool RemoveRemote(const std::string& name) {
     return dir && (!file || browse->DeleteObject(*dir, *file));
 }
 
+// Idle and total jiffies of the whole machine (/proc/stat): whether the cores were the limit.
+std::pair<double, double> MachineTicks() {
+    std::ifstream f("/proc/stat");
+    std::string cpu;
+    double v[8] = {};
+    f >> cpu >> v[0] >> v[1] >> v[2] >> v[3] >> v[4] >> v[5] >> v[6] >> v[7];
+    double total = 0;
+    for (double x : v) total += x;
+    return {v[3] + v[4], total};  // idle + iowait
+}
+
 // Times one kind of transfer: wall time per transfer, CPU counters, MiB/s. Each transfer's
 // result is compared with the source afterwards, outside the timing.
 template <typename Transfer>
@@ -255,7 +269,7 @@ void Measure(benchmark::State& state, const char* name, int cpuWho, bool get,
         state.SkipWithError(g.why.c_str());
         return;
     }
-    double client = 0, server = 0, wall = 0;
+    double client = 0, server = 0, wall = 0, idle = 0, ticks = 0;
     for (auto _ : state) {
         // A put's target is made afresh each time.
         if (!RemoveRemote("put")) {
@@ -263,6 +277,7 @@ void Measure(benchmark::State& state, const char* name, int cpuWho, bool get,
             return;
         }
         const double c0 = CpuSeconds(cpuWho), s0 = ServerCpuSeconds();
+        const auto m0 = MachineTicks();
         const auto t0 = std::chrono::steady_clock::now();
         if (!transfer()) {
             state.SkipWithError("transfer failed");
@@ -271,6 +286,9 @@ void Measure(benchmark::State& state, const char* name, int cpuWho, bool get,
         wall += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         client += CpuSeconds(cpuWho) - c0;
         server += ServerCpuSeconds() - s0;
+        const auto m1 = MachineTicks();
+        idle += m1.first - m0.first;
+        ticks += m1.second - m0.second;
         if (!SameFile(g.localDir + "/source", get ? g.localDir + "/got" : g.exportDir + "/put")) {
             state.SkipWithError("the copy differs from the source");
             return;
@@ -279,10 +297,11 @@ void Measure(benchmark::State& state, const char* name, int cpuWho, bool get,
     const double n = static_cast<double>(state.iterations());
     state.counters["client_cpu_s"] = client / n;
     state.counters["server_cpu_s"] = server / n;
+    // Share of both cores left idle while the transfers ran (by anything on the machine).
+    state.counters["machine_idle"] = ticks > 0 ? idle / ticks : 0;
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
                             static_cast<int64_t>(g.size));
-    g.seconds[name].first += wall;
-    g.seconds[name].second += n;
+    g.seconds[name].push_back(wall / n);
 }
 
 bool LibraryGet(bool pipelined, uint32_t piece) {
@@ -336,62 +355,61 @@ std::string Url(const std::string& name) {
     return "nfs://127.0.0.1" + g.exportDir + "/" + name + "?version=3";
 }
 
-void BM_Get_Sequential_4MiB(benchmark::State& s) {
-    Measure(s, "Get_Sequential_4MiB", RUSAGE_SELF, true,
-            [] { return LibraryGet(false, 4 * kMiB); });
-}
-void BM_Get_Pipelined_4MiB(benchmark::State& s) {
-    Measure(s, "Get_Pipelined_4MiB", RUSAGE_SELF, true, [] { return LibraryGet(true, 4 * kMiB); });
-}
-void BM_Get_Pipelined_32MiB(benchmark::State& s) {
-    Measure(s, "Get_Pipelined_32MiB", RUSAGE_SELF, true,
-            [] { return LibraryGet(true, 32 * kMiB); });
-}
-void BM_Get_NfsCp(benchmark::State& s) {
-    Measure(s, "Get_NfsCp", RUSAGE_CHILDREN, true, [] {
-        const std::string target = g.localDir + "/got";
-        unlink(target.c_str());
-        return NfsCp(Url("source"), target);
-    });
-}
-void BM_Put_Sequential_4MiB(benchmark::State& s) {
-    Measure(s, "Put_Sequential_4MiB", RUSAGE_SELF, false,
-            [] { return LibraryPut(false, 4 * kMiB); });
-}
-void BM_Put_Pipelined_4MiB(benchmark::State& s) {
-    Measure(s, "Put_Pipelined_4MiB", RUSAGE_SELF, false, [] { return LibraryPut(true, 4 * kMiB); });
-}
-void BM_Put_Pipelined_32MiB(benchmark::State& s) {
-    Measure(s, "Put_Pipelined_32MiB", RUSAGE_SELF, false,
-            [] { return LibraryPut(true, 32 * kMiB); });
-}
-void BM_Put_NfsCp(benchmark::State& s) {
-    Measure(s, "Put_NfsCp", RUSAGE_CHILDREN, false, [] {
-        return NfsCp(g.localDir + "/source", Url("put"));
-    });
+struct Kind {
+    const char* name;
+    int cpuWho;
+    bool get;
+    bool (*transfer)();
+};
+
+const Kind kKinds[] = {
+    {"Get_NfsCp", RUSAGE_CHILDREN, true,
+     [] {
+         const std::string target = g.localDir + "/got";
+         unlink(target.c_str());
+         return NfsCp(Url("source"), target);
+     }},
+    {"Get_Sequential_4MiB", RUSAGE_SELF, true, [] { return LibraryGet(false, 4 * kMiB); }},
+    {"Get_Pipelined_4MiB", RUSAGE_SELF, true, [] { return LibraryGet(true, 4 * kMiB); }},
+    {"Get_Pipelined_32MiB", RUSAGE_SELF, true, [] { return LibraryGet(true, 32 * kMiB); }},
+    {"Put_NfsCp", RUSAGE_CHILDREN, false,
+     [] { return NfsCp(g.localDir + "/source", Url("put")); }},
+    {"Put_Sequential_4MiB", RUSAGE_SELF, false, [] { return LibraryPut(false, 4 * kMiB); }},
+    {"Put_Pipelined_4MiB", RUSAGE_SELF, false, [] { return LibraryPut(true, 4 * kMiB); }},
+    {"Put_Pipelined_32MiB", RUSAGE_SELF, false, [] { return LibraryPut(true, 32 * kMiB); }},
+};
+
+// One transfer of every kind per round, the kinds taking turns: a drift of the machine's load
+// over the run touches every client alike. KX_NFS_BENCH_ROUNDS sets the rounds (default 5).
+void Register() {
+    const char* rounds = getenv("KX_NFS_BENCH_ROUNDS");
+    const int n = rounds != nullptr ? atoi(rounds) : 5;
+    for (int r = 1; r <= n; ++r) {
+        for (const Kind& k : kKinds) {
+            const std::string name = std::string(k.name) + "/round:" + std::to_string(r);
+            benchmark::RegisterBenchmark(name.c_str(), [&k](benchmark::State& s) {
+                Measure(s, k.name, k.cpuWho, k.get, k.transfer);
+            })->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+        }
+    }
 }
 
-// Five transfers each, one benchmark after another; nfs-cp first in each direction.
-#define KX_TRANSFER(f) BENCHMARK(f)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5)
-KX_TRANSFER(BM_Get_NfsCp);
-KX_TRANSFER(BM_Get_Sequential_4MiB);
-KX_TRANSFER(BM_Get_Pipelined_4MiB);
-KX_TRANSFER(BM_Get_Pipelined_32MiB);
-KX_TRANSFER(BM_Put_NfsCp);
-KX_TRANSFER(BM_Put_Sequential_4MiB);
-KX_TRANSFER(BM_Put_Pipelined_4MiB);
-KX_TRANSFER(BM_Put_Pipelined_32MiB);
+double Median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
 
 void PrintRatios() {
     if (g.seconds.empty()) return;
-    printf("\nratio = nfs-cp time / library time (above 1: the library is faster)\n");
+    printf("\nmedian seconds per transfer; ratio = nfs-cp time / library time (above 1: faster)\n");
     for (const std::string dir : {"Get", "Put"}) {
         const auto base = g.seconds.find(dir + "_NfsCp");
         if (base == g.seconds.end()) continue;
-        const double baseMean = base->second.first / base->second.second;
-        for (const auto& [name, secs] : g.seconds)
+        printf("  %-24s %8.3f\n", base->first.c_str(), Median(base->second));
+        for (const auto& [name, times] : g.seconds)
             if (name.rfind(dir, 0) == 0 && name != base->first)
-                printf("  %-24s %6.2f\n", name.c_str(), baseMean / (secs.first / secs.second));
+                printf("  %-24s %8.3f %6.2f\n", name.c_str(), Median(times),
+                       Median(base->second) / Median(times));
     }
 }
 
@@ -400,8 +418,12 @@ void PrintRatios() {
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     SetUp();
-    if (!g.why.empty()) printf("nfs_pipeline_bench: skipped: %s\n", g.why.c_str());
-    else benchmark::RunSpecifiedBenchmarks();
+    if (!g.why.empty()) {
+        printf("nfs_pipeline_bench: skipped: %s\n", g.why.c_str());
+    } else {
+        Register();
+        benchmark::RunSpecifiedBenchmarks();
+    }
     PrintRatios();
     TearDown();
     benchmark::Shutdown();

@@ -74,7 +74,7 @@ public:
                 if (rpc != RPC_SUCCESS) return Fail(rpc, NFS3_OK);
             }
             if (m_flights.empty()) break;
-            rpc = m_pipe->Receive(m_maxRecord, NFS3Pipeline::kTimeoutMs);
+            rpc = m_pipe->Receive(m_maxRecord);
             if (rpc != RPC_SUCCESS) {
                 if (m_cancelled) break;
                 return Fail(rpc, NFS3_OK);
@@ -115,10 +115,8 @@ private:
             return RPC_SUCCESS;
         }
         const clnt_stat rpc =
-            m_write ? m_pipe->SendWrite(m_handle, FileOffset(at), m_data + at, f.length, f.xid,
-                                        NFS3Pipeline::kTimeoutMs)
-                    : m_pipe->SendRead(m_handle, FileOffset(at), f.length, f.xid,
-                                       NFS3Pipeline::kTimeoutMs);
+            m_write ? m_pipe->SendWrite(m_handle, FileOffset(at), m_data + at, f.length, f.xid)
+                    : m_pipe->SendRead(m_handle, FileOffset(at), f.length, f.xid);
         if (rpc == RPC_SUCCESS) m_flights.push_back(f);
         return rpc;
     }

@@ -233,11 +233,18 @@ clnt_stat NFS3Pipeline::Connect(const sockaddr_in& server, AUTH* auth, int timeo
         if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &len) != 0 || error != 0)
             return RPC_CANTSEND;
     }
+    // From here on every call blocks, for at most the time-out per wait: one system call per
+    // piece moved instead of a readiness poll before each.
+    const timeval limit{timeoutMs / 1000, static_cast<suseconds_t>(timeoutMs % 1000) * 1000};
+    if (fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0 ||
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
+        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0)
+        return RPC_CANTSEND;
     out = std::move(pipeline);
     return RPC_SUCCESS;
 }
 
-clnt_stat NFS3Pipeline::SendAll(const iovec* parts, int count, int timeoutMs) {
+clnt_stat NFS3Pipeline::SendAll(const iovec* parts, int count) {
     iovec iov[4];
     if (count > 4) return RPC_CANTSEND;
     memcpy(iov, parts, sizeof(iovec) * static_cast<size_t>(count));
@@ -251,9 +258,7 @@ clnt_stat NFS3Pipeline::SendAll(const iovec* parts, int count, int timeoutMs) {
         const ssize_t sent = sendmsg(m_fd, &m, MSG_NOSIGNAL);
         if (sent < 0) {
             if (errno == EINTR) continue;
-            if (errno != EAGAIN && errno != EWOULDBLOCK) return RPC_CANTSEND;
-            if (!WaitFor(m_fd, POLLOUT, Deadline(timeoutMs))) return RPC_TIMEDOUT;
-            continue;
+            return errno == EAGAIN || errno == EWOULDBLOCK ? RPC_TIMEDOUT : RPC_CANTSEND;
         }
         size_t done = static_cast<size_t>(sent);
         while (left > 0 && done >= next->iov_len) {
@@ -269,9 +274,9 @@ clnt_stat NFS3Pipeline::SendAll(const iovec* parts, int count, int timeoutMs) {
     return RPC_SUCCESS;
 }
 
-clnt_stat NFS3Pipeline::ReceiveAll(char* to, size_t length, int timeoutMs) {
+clnt_stat NFS3Pipeline::ReceiveAll(char* to, size_t length) {
     while (length > 0) {
-        const ssize_t got = recv(m_fd, to, length, 0);
+        const ssize_t got = recv(m_fd, to, length, MSG_WAITALL);
         if (got > 0) {
             to += got;
             length -= static_cast<size_t>(got);
@@ -279,23 +284,22 @@ clnt_stat NFS3Pipeline::ReceiveAll(char* to, size_t length, int timeoutMs) {
         }
         if (got == 0) return RPC_CANTRECV;
         if (errno == EINTR) continue;
-        if (errno != EAGAIN && errno != EWOULDBLOCK) return RPC_CANTRECV;
-        if (!WaitFor(m_fd, POLLIN, Deadline(timeoutMs))) return RPC_TIMEDOUT;
+        return errno == EAGAIN || errno == EWOULDBLOCK ? RPC_TIMEDOUT : RPC_CANTRECV;
     }
     return RPC_SUCCESS;
 }
 
 clnt_stat NFS3Pipeline::SendRead(const nfs_fh3& file, uint64_t offset, uint32_t count,
-                                 uint32_t& xid, int timeoutMs) {
+                                 uint32_t& xid) {
     xid = m_dwNextXid++;
     if (!EncodeTransferCall(xid, m_pAuth, false, file, offset, count, m_Header))
         return RPC_CANTENCODEARGS;
     const iovec part{m_Header.data(), m_Header.size()};
-    return SendAll(&part, 1, timeoutMs);
+    return SendAll(&part, 1);
 }
 
 clnt_stat NFS3Pipeline::SendWrite(const nfs_fh3& file, uint64_t offset, const char* data,
-                                  uint32_t count, uint32_t& xid, int timeoutMs) {
+                                  uint32_t count, uint32_t& xid) {
     xid = m_dwNextXid++;
     if (!EncodeTransferCall(xid, m_pAuth, true, file, offset, count, m_Header))
         return RPC_CANTENCODEARGS;
@@ -303,22 +307,22 @@ clnt_stat NFS3Pipeline::SendWrite(const nfs_fh3& file, uint64_t offset, const ch
     const iovec parts[3] = {{m_Header.data(), m_Header.size()},
                             {const_cast<char*>(data), count},
                             {const_cast<char*>(kZeros), WritePadding(count)}};
-    return SendAll(parts, 3, timeoutMs);
+    return SendAll(parts, 3);
 }
 
-clnt_stat NFS3Pipeline::Receive(size_t maxLength, int timeoutMs) {
+clnt_stat NFS3Pipeline::Receive(size_t maxLength) {
     size_t length = 0;
     for (int fragments = 1;; ++fragments) {
         if (fragments > kMaxFragments) return RPC_CANTDECODERES;
         uint32_t mark;
-        clnt_stat rc = ReceiveAll(reinterpret_cast<char*>(&mark), 4, timeoutMs);
+        clnt_stat rc = ReceiveAll(reinterpret_cast<char*>(&mark), 4);
         if (rc != RPC_SUCCESS) return rc;
         mark = ntohl(mark);
         const size_t fragment = mark & ~kLastFragment;
         if (fragment > maxLength - length) return RPC_CANTDECODERES;
         // Grown only, never shrunk: the buffer is reused without clearing.
         if (m_Record.size() < length + fragment) m_Record.resize(length + fragment);
-        rc = ReceiveAll(m_Record.data() + length, fragment, timeoutMs);
+        rc = ReceiveAll(m_Record.data() + length, fragment);
         if (rc != RPC_SUCCESS) return rc;
         length += fragment;
         if (mark & kLastFragment) break;

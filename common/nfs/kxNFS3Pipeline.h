@@ -65,7 +65,8 @@ public:
     static constexpr int kMaxFragments = 1024;
 
     // Connects to the NFS service at server (address and port) within timeoutMs; from a
-    // reserved port when the process may bind one (some servers insist), else any port.
+    // reserved port when the process may bind one (some servers insist), else any port. Every
+    // later wait for the connection to take or bring bytes is limited to timeoutMs too.
     // Calls made later carry auth's credentials (not owned; it must outlive the pipeline).
     // RPC_SUCCESS with out set, RPC_TIMEDOUT, or RPC_CANTSEND (refused, unreachable).
     static clnt_stat Connect(const sockaddr_in& server, AUTH* auth, int timeoutMs,
@@ -75,17 +76,15 @@ public:
     NFS3Pipeline& operator=(const NFS3Pipeline&) = delete;
 
     // Sends one request; xid receives its transaction id. A WRITE sends count bytes of data
-    // from `data`, which need only live until the call returns. Waits at most timeoutMs for
-    // the connection to take each piece.
-    clnt_stat SendRead(const nfs_fh3& file, uint64_t offset, uint32_t count, uint32_t& xid,
-                       int timeoutMs);
+    // from `data`, which need only live until the call returns.
+    clnt_stat SendRead(const nfs_fh3& file, uint64_t offset, uint32_t count, uint32_t& xid);
     clnt_stat SendWrite(const nfs_fh3& file, uint64_t offset, const char* data, uint32_t count,
-                        uint32_t& xid, int timeoutMs);
+                        uint32_t& xid);
 
     // Receives the next reply record, at most maxLength bytes in at most kMaxFragments record
-    // fragments (more: RPC_CANTDECODERES), waiting at most timeoutMs for each piece of it. The
-    // record stays valid until the next Receive; Xid tells which request it answers.
-    clnt_stat Receive(size_t maxLength, int timeoutMs);
+    // fragments (more: RPC_CANTDECODERES). The record stays valid until the next Receive;
+    // Xid tells which request it answers.
+    clnt_stat Receive(size_t maxLength);
     const char* Record() const { return m_Record.data(); }
     size_t RecordLength() const { return m_RecordLength; }
     // The record's transaction id; false for a record too short to hold one.
@@ -93,8 +92,8 @@ public:
 
 private:
     NFS3Pipeline(int fd, AUTH* auth);
-    clnt_stat SendAll(const struct iovec* parts, int count, int timeoutMs);
-    clnt_stat ReceiveAll(char* to, size_t length, int timeoutMs);
+    clnt_stat SendAll(const struct iovec* parts, int count);
+    clnt_stat ReceiveAll(char* to, size_t length);
 
     int m_fd;
     AUTH* m_pAuth;
