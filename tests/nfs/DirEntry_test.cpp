@@ -8,12 +8,8 @@ using namespace kxNFSUtils;
 
 namespace {
 
-TEST(DirEntry, DefaultsAndTimeConversion) {
+TEST(DirEntry, AttributesAndTimeConversion) {
     DirEntry e;
-    EXPECT_EQ(0xFEFFFEFFu, e.magic);
-    EXPECT_EQ(kDirEntryInvalid, e.type);
-    EXPECT_EQ(0u, e.handleLength);
-
     fattr3 a{};
     a.type = NF3REG;
     a.mode = 0644;
@@ -67,22 +63,6 @@ TEST(DirEntry, FindDataNameLimitAndAttributes) {
     EXPECT_EQ(0x10u, d.dwFileAttributes);
     EXPECT_STREQ("plain", d.cFileName);
     EXPECT_EQ(KX_E_BAD_ARGUMENT, e.CopyToWin32FindData(nullptr));
-}
-
-TEST(DirEntry, ExportInfoInitClearsFiguresOnly) {
-    ExportInfo info;
-    info.serverPath = "/x";
-    info.type = kDirEntryDirectory;
-    info.totalBytes = info.timeDelta = 5;
-    info.maxTransfer = 6;
-    info.canSetTime = info.chownRestricted = true;
-    InitExportInfo(info);
-    EXPECT_EQ(0u, info.totalBytes);
-    EXPECT_EQ(0u, info.timeDelta);
-    EXPECT_EQ(0u, info.maxTransfer);
-    EXPECT_FALSE(info.canSetTime || info.chownRestricted);
-    EXPECT_EQ("/x", info.serverPath);
-    EXPECT_EQ(kDirEntryDirectory, info.type);
 }
 
 }  // namespace

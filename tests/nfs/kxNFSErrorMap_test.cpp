@@ -8,48 +8,6 @@ using namespace kxNFSUtils;
 
 namespace {
 
-template <typename T>
-void ExpectTable(const ErrorMap<T>& map, long def,
-                 std::initializer_list<std::pair<unsigned, uint32_t>> entries,
-                 std::initializer_list<unsigned> defaulted) {
-    EXPECT_EQ(entries.size(), map.Size());
-    for (auto [status, code] : entries)
-        EXPECT_EQ(kxStatus(code), map.TranslateError(static_cast<T>(status))) << status;
-    for (unsigned status : defaulted)
-        EXPECT_EQ(def, map.TranslateError(static_cast<T>(status))) << status;
-    EXPECT_EQ(entries.size(), map.Size());  // lookups never insert
-}
-
-TEST(ErrorMap, RPCTableKeepsItsGaps) {
-    ExpectTable(g_RPCErrorMap, kxStatus(0xE0030300),
-                {{1, 0xE0030302}, {2, 0xE0030303}, {3, 0xE0030304}, {5, 0xE0030306},
-                 {6, 0xE0030307}, {7, 0xE0030301}, {8, 0xE0030308}, {9, 0xE0030307},
-                 {10, 0xE0030309}, {11, 0xE003030D}, {12, 0xE003030D}, {13, 0xE003030A},
-                 {14, 0xE003030C}, {15, 0xE0030308}, {17, 0xE003030B}},
-                {0, 4 /* RPC_CANTRECV */, 16 /* RPC_FAILED */, 18, 20});
-}
-
-TEST(ErrorMap, NFSAndMountTablesShareCodes) {
-    ExpectTable(g_NFSErrorMap, kxStatus(0xE0030204),
-                {{1, 0xE0030205}, {2, 0xE0030207}, {13, 0xE0030206}, {17, 0xE0030210},
-                 {20, 0xE003020A}, {21, 0xE003020A}, {30, 0xE003020E}, {63, 0xE0030208},
-                 {66, 0xE0030209}, {70, 0xE003020B}, {10001, 0xE003020F}, {10006, 0xE003020D},
-                 {10007, 0xE003020C}},
-                {5, 28, 69, 10004, 10008, 12345});
-    ExpectTable(g_Mount3ErrorMap, kxStatus(0xE0030204),
-                {{1, 0xE0030205}, {2, 0xE0030207}, {13, 0xE0030206}, {20, 0xE003020A},
-                 {63, 0xE0030208}, {10006, 0xE003020D}},
-                {5, 22, 10004});
-}
-
-TEST(ErrorMap, LockManagerAndSystemTables) {
-    ExpectTable(g_NLMErrorMap, kxStatus(0xE0030400),
-                {{1, 0xE0030401}, {2, 0xE0030402}, {3, 0xE0030403}, {4, 0xE0030404}},
-                {5, 6, 7});
-    EXPECT_EQ(0u, g_DWORDErrorMap.Size());
-    for (unsigned long e : {0ul, 2ul, 111ul, 0xFFFFFFFFul}) EXPECT_EQ(0, g_DWORDErrorMap.TranslateError(e));
-}
-
 TEST(TranslateError, TransportStatusWinsOverProtocolStatus) {
     kxtest::LogCapture log;
     EXPECT_EQ(KX_E_RPC_TIMED_OUT, TranslateError(g_NFSErrorMap, RPC_TIMEDOUT, NFS3ERR_NOENT,

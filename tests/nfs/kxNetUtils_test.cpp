@@ -64,13 +64,4 @@ TEST(kxNetUtils, MalformedDottedNameKeepsMarkerThenAsksResolver) {
     EXPECT_EQ(1u, log.Records().size());
 }
 
-TEST(kxNetUtils, WinsockHelperOnlyRecordsStart) {
-    kxNetUtils::WinsockInitHelper later(0x202, false);
-    EXPECT_FALSE(later.Started());
-    EXPECT_EQ(KX_OK, later.Startup(0x202));
-    EXPECT_TRUE(later.Started());
-    kxNetUtils::WinsockInitHelper now(0x202, true);
-    EXPECT_TRUE(now.Started());
-}
-
 }  // namespace

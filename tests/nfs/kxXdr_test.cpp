@@ -1,6 +1,7 @@
-// The XDR routines of the wire stubs: every procedure's arguments survive an encode, decode,
-// encode cycle byte for byte; results decode from replies laid out by hand; the hand-coded
-// routines agree with the wire format on both of their paths; limits hold.
+// The XDR routines of the wire stubs: results decode from replies laid out by hand after the
+// published definitions; the hand-coded routines agree with the wire format on both of their
+// paths; limits hold. (Arguments are checked where they matter, on the wire, by the tests
+// against the server and the fake peer.)
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -48,106 +49,9 @@ bool Decode(xdrproc_t proc, std::vector<char>& bytes, void* value, bool inlineAl
     return proc(&x, value) && XDR_GETPOS(&x) == bytes.size();
 }
 
-// Encodes value, decodes it into a fresh object, encodes that again: the two encodings match.
-template <typename T>
-void RoundTrip(const char* what, xdrproc_t proc, T value) {
-    SCOPED_TRACE(what);
-    std::vector<char> first = Encode(proc, &value);
-    ASSERT_FALSE(first.empty());
-    T back;
-    memset(&back, 0, sizeof back);
-    ASSERT_TRUE(Decode(proc, first, &back));
-    EXPECT_EQ(first, Encode(proc, &back));
-    xdr_free(proc, reinterpret_cast<char*>(&back));
-}
-
 char g_fhBytes[80] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17};
-char g_name[] = "file.txt";
-char g_other[] = "other name";
-char g_target[] = "../link/target";
-char g_data[] = "some bytes to write";
-char g_caller[] = "client-host";
 
 nfs_fh3 Fh(u_int len = 28) { return nfs_fh3{{len, g_fhBytes}}; }
-diropargs3 Where(char* name = g_name) { return diropargs3{Fh(), name}; }
-sattr3 AllSet() {
-    sattr3 s;
-    memset(&s, 0, sizeof s);
-    s.mode = {TRUE, {0755}};
-    s.uid = {TRUE, {1000}};
-    s.gid = {FALSE, {0}};
-    s.size.set_it = TRUE;
-    s.size.set_uint64_u.val = 0x1234567890ull;
-    s.atime.set_it = SET_TO_CLIENT_TIME;
-    s.atime.set_time_u.time = {1700000000, 5};
-    s.mtime.set_it = SET_TO_SERVER_TIME;
-    return s;
-}
-netobj Obj(char* p, u_int n) { return netobj{n, p}; }
-nlm_lock Lock() { return nlm_lock{g_caller, Obj(g_fhBytes, 32), Obj(g_name, 4), 4242, 10, 0}; }
-
-TEST(Xdr, NFSArgumentsRoundTrip) {
-    RoundTrip("nfs_fh3", Proc(xdr_nfs_fh3), Fh(64));
-    setattr3args sa{Fh(), AllSet(), {TRUE, {{12, 34}}}};
-    RoundTrip("setattr3args", Proc(xdr_setattr3args), sa);
-    RoundTrip("diropargs3", Proc(xdr_diropargs3), Where());
-    RoundTrip("access3args", Proc(xdr_access3args), access3args{Fh(), ACCESS3_READ | ACCESS3_DELETE});
-    RoundTrip("read3args", Proc(xdr_read3args), read3args{Fh(), 0xFFFFFFFF00ull, 32768});
-    write3args wa{Fh(), 1ull << 40, sizeof g_data, FILE_SYNC, {sizeof g_data, g_data}};
-    RoundTrip("write3args", Proc(xdr_write3args), wa);
-    create3args ca;
-    memset(&ca, 0, sizeof ca);
-    ca.where = Where();
-    ca.how.mode = GUARDED;
-    ca.how.createhow3_u.obj_attributes = AllSet();
-    RoundTrip("create3args guarded", Proc(xdr_create3args), ca);
-    ca.how.mode = EXCLUSIVE;
-    memcpy(ca.how.createhow3_u.verf, "verifier", 8);
-    RoundTrip("create3args exclusive", Proc(xdr_create3args), ca);
-    RoundTrip("mkdir3args", Proc(xdr_mkdir3args), mkdir3args{Where(), AllSet()});
-    RoundTrip("symlink3args", Proc(xdr_symlink3args),
-              symlink3args{Where(), {AllSet(), g_target}});
-    mknod3args mk;
-    memset(&mk, 0, sizeof mk);
-    mk.where = Where();
-    mk.what.type = NF3CHR;
-    mk.what.mknoddata3_u.device = {AllSet(), {1, 3}};
-    RoundTrip("mknod3args chr", Proc(xdr_mknod3args), mk);
-    mk.what.type = NF3FIFO;
-    mk.what.mknoddata3_u.pipe_attributes = AllSet();
-    RoundTrip("mknod3args fifo", Proc(xdr_mknod3args), mk);
-    RoundTrip("rename3args", Proc(xdr_rename3args), rename3args{Where(), Where(g_other)});
-    RoundTrip("link3args", Proc(xdr_link3args), link3args{Fh(), Where(g_other)});
-    readdir3args rd{Fh(), 77, {1, 2, 3, 4, 5, 6, 7, 8}, 4096};
-    RoundTrip("readdir3args", Proc(xdr_readdir3args), rd);
-    readdirplus3args rdp{Fh(), 78, {8, 7, 6, 5, 4, 3, 2, 1}, 1024, 65536};
-    RoundTrip("readdirplus3args", Proc(xdr_readdirplus3args), rdp);
-    RoundTrip("commit3args", Proc(xdr_commit3args), commit3args{Fh(), 4096, 8192});
-    RoundTrip("setaclargs", Proc(xdr_setaclargs), setaclargs{Where(), wa});
-}
-
-TEST(Xdr, MountAndLockArgumentsRoundTrip) {
-    char path[] = "/export/data";
-    char* dir = path;
-    RoundTrip("dirpath", Proc(xdr_dirpath), dir);
-    RoundTrip("nlm_testargs", Proc(xdr_nlm_testargs), nlm_testargs{Obj(g_name, 3), TRUE, Lock()});
-    RoundTrip("nlm_lockargs", Proc(xdr_nlm_lockargs),
-              nlm_lockargs{Obj(g_name, 5), TRUE, FALSE, Lock(), TRUE, 9});
-    RoundTrip("nlm_cancargs", Proc(xdr_nlm_cancargs),
-              nlm_cancargs{Obj(g_name, 1), FALSE, TRUE, Lock()});
-    RoundTrip("nlm_unlockargs", Proc(xdr_nlm_unlockargs), nlm_unlockargs{Obj(g_name, 2), Lock()});
-    nlm_testres tr;
-    memset(&tr, 0, sizeof tr);
-    tr.cookie = Obj(g_name, 4);
-    tr.stat.stat = nlm_denied;
-    tr.stat.nlm_testrply_u.holder = {TRUE, 31, Obj(g_other, 5), 100, 200};
-    RoundTrip("nlm_testres", Proc(xdr_nlm_testres), tr);
-    RoundTrip("nlm_res", Proc(xdr_nlm_res), nlm_res{Obj(g_name, 4), {nlm_blocked}});
-    nlm_shareargs sh{Obj(g_name, 4), {g_caller, Obj(g_fhBytes, 32), Obj(g_other, 3), fsm_DW, fsa_RW},
-                     FALSE};
-    RoundTrip("nlm_shareargs", Proc(xdr_nlm_shareargs), sh);
-    RoundTrip("nlm_notify", Proc(xdr_nlm_notify), nlm_notify{g_caller, 17});
-}
 
 // Big-endian words as a server writes them; hypers are two words, high first.
 std::vector<char> Wire(std::initializer_list<uint32_t> words) {
@@ -272,34 +176,17 @@ TEST(Xdr, LimitsOfPathsNamesAndHandles) {
     EXPECT_FALSE(xdr_nfs_fh3(&x, &big));
 }
 
-TEST(Xdr, InlineAndFieldByFieldPathsAgree) {
+TEST(Xdr, HandCodedPathconfEncodesThePublishedLayoutOnBothPaths) {
     pathconf3resok pc;
     memset(&pc, 0, sizeof pc);
     pc.linkmax = 32000;
     pc.name_max = 255;
     pc.no_trunc = TRUE;
     pc.case_preserving = TRUE;
-    std::vector<char> fast = Encode(Proc(xdr_pathconf3resok), &pc, true);
-    std::vector<char> slow = Encode(Proc(xdr_pathconf3resok), &pc, false);
-    EXPECT_EQ(fast, slow);
-    ASSERT_EQ(7u * 4, fast.size());  // no attributes, two numbers, four flags
-    EXPECT_EQ(1, fast[15]);          // no_trunc follows name_max
-    for (bool inlineAllowed : {true, false}) {
-        pathconf3resok back;
-        memset(&back, 0, sizeof back);
-        ASSERT_TRUE(Decode(Proc(xdr_pathconf3resok), fast, &back, inlineAllowed));
-        EXPECT_EQ(255u, back.name_max);
-        EXPECT_TRUE(back.no_trunc && back.case_preserving);
-        EXPECT_FALSE(back.chown_restricted || back.case_insensitive);
-    }
-
-    ppathcnf pp;
-    memset(&pp, 0, sizeof pp);
-    pp.pc_link_max = 8;
-    pp.pc_name_max = 255;
-    pp.pc_path_max = -2;
-    pp.pc_mask[1] = 7;
-    EXPECT_EQ(Encode(Proc(xdr_ppathcnf), &pp, true), Encode(Proc(xdr_ppathcnf), &pp, false));
+    // No attributes, the two numbers, then no_trunc, chown_restricted, case_insensitive and
+    // case_preserving.
+    EXPECT_EQ(Wire({0, 32000, 255, 1, 0, 0, 1}), Encode(Proc(xdr_pathconf3resok), &pc, true));
+    EXPECT_EQ(Wire({0, 32000, 255, 1, 0, 0, 1}), Encode(Proc(xdr_pathconf3resok), &pc, false));
 }
 
 // An export list as the textbook encoder writes it: flag, directory, groups, flag, ... Every

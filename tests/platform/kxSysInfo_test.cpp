@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(kxSysInfo, RealAnswersComeFromTheSystemTheRestStaysZero) {
+TEST(kxSysInfo, AnswersComeFromTheSystem) {
     EXPECT_EQ(static_cast<uint32_t>(sysconf(_SC_NPROCESSORS_ONLN)), kxSysInfo::NumberOfProcessors());
     EXPECT_EQ(static_cast<uint32_t>(sysconf(_SC_PAGESIZE)), kxSysInfo::PageSize());
     EXPECT_EQ(kxSysInfo::PageSize(), kxSysInfo::AllocationGranularity());
@@ -21,21 +21,6 @@ TEST(kxSysInfo, RealAnswersComeFromTheSystemTheRestStaysZero) {
     ASSERT_EQ(0, uname(&names));
     EXPECT_STREQ(names.nodename, kxSysInfo::GetComputerNameA());
     EXPECT_STREQ(names.domainname, kxSysInfo::GetDomainName());
-
-    EXPECT_EQ(0, kxSysInfo::ProcessorArchitecture());
-    EXPECT_EQ(nullptr, kxSysInfo::MinValidAddress());
-    EXPECT_EQ(nullptr, kxSysInfo::MaxValidAddress());
-    EXPECT_EQ(0u, kxSysInfo::OsMajorVersion());
-    EXPECT_EQ(0u, kxSysInfo::OsMinorVersion());
-    EXPECT_EQ(0u, kxSysInfo::OsBuildNumber());
-    EXPECT_STREQ("", kxSysInfo::OsCSDVersion());
-    EXPECT_EQ(0, kxSysInfo::OsServicePackMajor() | kxSysInfo::OsServicePackMinor() | kxSysInfo::OsSuiteMask() |
-                     kxSysInfo::OsProductType());
-    EXPECT_FALSE(kxSysInfo::IsWinNT() || kxSysInfo::IsWin9x() || kxSysInfo::IsWin95() ||
-                 kxSysInfo::IsWin98OrGreater() || kxSysInfo::IsWin2KOrGreater() ||
-                 kxSysInfo::IsWinXPOrGreater() || kxSysInfo::IsWinServer2003OrGreater());
-    ASSERT_NE(nullptr, kxSysInfo::GetSystemDirectoryA());
-    EXPECT_STREQ("", kxSysInfo::GetSystemDirectoryA());
 }
 
 TEST(kxSysInfo, CurrentUserComesFromUserAndIsNeverNull) {

@@ -161,14 +161,6 @@ TEST(WatcherDaemon, ForegroundKeepsSessionAndDirectory) {
     EXPECT_NE(info.find("parent " + std::to_string(run.watcher())), std::string::npos);
 }
 
-TEST(WatcherArguments, SecondCharacterOnlyAndUnknownSwitchesSkipped) {
-    // "-fast" is -f, "-d5" takes "0" as its value, "-x" and "--" are skipped, "-r" takes "0".
-    WatcherRun run;
-    run.Start({"-fast", "-d5", "0", "-x", "--", "-r", "0"}, "exit1");
-    EXPECT_TRUE(ExitedWith(run.Wait(5s), 0));
-    EXPECT_EQ(run.StartCount(), 1u);
-}
-
 TEST(WatcherArguments, TrailingValueSwitchIsRefused) {
     for (const char* sw : {"-d", "-r"}) {
         WatcherRun run;
