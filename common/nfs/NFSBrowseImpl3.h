@@ -12,10 +12,12 @@
 // Locking is version-independent and lives with NFSBrowseImplCommon (NFSLock.cpp).
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "nfs/NFSBrowseImplCommon.h"
+#include "nfs/kxNFS3Pipeline.h"
 
 struct write3args;
 struct write3res;
@@ -115,6 +117,10 @@ private:
     // For the pipelined transfer: waits up to 10 seconds for the NFS socket to become readable
     // or writable. True when it did not (time-out or error), false when it is ready.
     bool Panic();
+    // The pipelined transfer's own connection (kxNFS3ScatterGather.h), made on first use and
+    // kept for the next transfer while it stays sound. Destroyed before the credentials it
+    // uses (members of this class end before those of the base).
+    std::unique_ptr<NFS3Pipeline> pipeline;
     // ---- end of data transfer: private helpers ----
 
     // ---- Directory listing: private helpers ----

@@ -75,7 +75,7 @@ unsigned long NFSBrowseImpl3::Write(const DirEntry& file, const char* data, long
     args.data.data_len = 0;
     args.data.data_val = nullptr;
     if (Pipelined(*nfsClient, total, args.count)) {
-        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName}, true, file,
+        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName, pipeline}, true, file,
                         const_cast<char*>(data), args.offset, args.count, total, lastError);
         return total;
     }
@@ -96,7 +96,7 @@ unsigned long NFSBrowseImpl3::Read(const DirEntry& file, char* data, long long o
     args.offset = static_cast<offset3>(offset);
     args.count = ChunkSize(nfsClient->ProtocolUsed(), file.writePreferred, total);
     if (Pipelined(*nfsClient, total, args.count)) {
-        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName}, false, file,
+        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName, pipeline}, false, file,
                         data, args.offset, args.count, total, lastError);
         return total;
     }

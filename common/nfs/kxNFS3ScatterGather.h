@@ -9,10 +9,12 @@
 #include <rpc/rpc.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "nfs/DirEntry.h"
 #include "nfs/NFSBrowse.h"
+#include "nfs/kxNFS3Pipeline.h"
 
 namespace kxNFSUtils {
 
@@ -22,6 +24,9 @@ struct ScatterGatherSource {
     AUTH* auth;                   // the object's credentials
     CancelledIf* cancelled;       // may be null
     const std::string& hostName;  // for the log line
+    // The connection of the object's earlier pipelined transfers, or null: used when sound,
+    // made when missing, and reset after a failure.
+    std::unique_ptr<NFS3Pipeline>& connection;
 };
 
 // Requests in flight at once. A window of 1 MiB chunks is 8 MiB on the way: enough to keep a
@@ -29,8 +34,10 @@ struct ScatterGatherSource {
 constexpr unsigned kNFSPipelineWindow = 8;
 
 // Moves count bytes between data and file at offset, in chunks of `chunk` bytes (nonzero), up
-// to kNFSPipelineWindow requests in flight on one new TCP connection to the NFS service (the
-// peer of from.nfsSocket), UNSTABLE writes never committed, as the sequential path does.
+// to kNFSPipelineWindow requests in flight on the browse object's pipelined connection to the
+// NFS service (from.connection; made to the peer of from.nfsSocket when there is none, and
+// made again once when a kept one turns out broken before its first reply, as one the server
+// closed while idle does), UNSTABLE writes never committed, as the sequential path does.
 // Replies come back in any order and each lands at its own place. A chunk the server answers
 // short is asked for again from where it stopped, so every chunk is whole unless a READ meets
 // the end of the file (no request starts beyond it) or the server moves nothing.

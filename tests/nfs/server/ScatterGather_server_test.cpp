@@ -213,6 +213,12 @@ void FailureCancellationAndOddAnswers() {
     EXPECT_EQ(writesBefore + 3, Requests(fake, 7).size());
     EXPECT_EQ(0, plain->GetLastObjectError()) << "cancelling is not failing";
     cancel.from = 1 << 30;
+    // The connection is kept between transfers. When the server goes away meanwhile, the kept
+    // one is found broken, a new one is refused, and the transfer fails at once.
+    EXPECT_EQ(back.size(), plain->Read(file, &back[0], 0, back.size()));
+    fake.Stop();
+    EXPECT_EQ(0u, plain->Read(file, &back[0], 0, back.size()));
+    EXPECT_EQ(KX_E_RPC_CANT_SEND, plain->GetLastObjectError());
 
     // A server that takes 1000 bytes of each WRITE: the rest of every chunk is sent again
     // until the whole range is written once.
