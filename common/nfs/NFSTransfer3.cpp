@@ -75,8 +75,9 @@ unsigned long NFSBrowseImpl3::Write(const DirEntry& file, const char* data, long
     args.data.data_len = 0;
     args.data.data_val = nullptr;
     if (Pipelined(*nfsClient, total, args.count)) {
-        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName, pipeline}, true, file,
-                        const_cast<char*>(data), args.offset, args.count, total, lastError);
+        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName, pipeline},
+                        true, file, const_cast<char*>(data), args.offset, args.count, total,
+                        lastError);
         return total;
     }
     write3res res;
@@ -96,8 +97,8 @@ unsigned long NFSBrowseImpl3::Read(const DirEntry& file, char* data, long long o
     args.offset = static_cast<offset3>(offset);
     args.count = ChunkSize(nfsClient->ProtocolUsed(), file.writePreferred, total);
     if (Pipelined(*nfsClient, total, args.count)) {
-        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName, pipeline}, false, file,
-                        data, args.offset, args.count, total, lastError);
+        ScatterGatherIO({nfsClient->Socket(), auth->Handle(), cancelled, hostName, pipeline},
+                        false, file, data, args.offset, args.count, total, lastError);
         return total;
     }
     read3res res;
