@@ -17,12 +17,15 @@
 #include <vector>
 
 #include "kxTextEscape.h"
+#include "kxlogviewArgs.h"
 #include "log/KLogStream.h"
 #include "log/kxLogRead.h"
 #include "log/kxLogging.h"
 
 namespace {
 
+using kxlogview::Format;
+using kxlogview::Options;
 using kxtools::JsonEscape;
 
 constexpr int kExitOk = 0;
@@ -54,74 +57,11 @@ void usage(FILE* out) {
         out);
 }
 
-enum class Format { Short, Json, Cat };
-
-struct Options {
-    const char* path = nullptr;
-    long last = -1;
-    bool follow = false;
-    bool reverse = false;
-    long minSev = -1;
-    bool hasSince = false, hasUntil = false;
-    uint64_t since = 0, until = 0;  // FILETIME ticks
-    bool hasPattern = false;
-    regex_t pattern;
-    bool hasPid = false;
-    uint32_t pid = 0;
-    Format format = Format::Short;
-    bool header = false;
-};
-
 volatile sig_atomic_t g_stop = 0;
 void OnSignal(int) { g_stop = 1; }
 
 uint64_t Ticks(const _FILETIME& ft) {
     return (static_cast<uint64_t>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
-}
-
-bool ParseNumber(const char* s, long& out) {
-    char* end = nullptr;
-    errno = 0;
-    long v = strtol(s, &end, 10);
-    if (errno != 0 || end == s || *end != '\0') return false;
-    out = v;
-    return true;
-}
-
-bool ParseSeverity(const char* s, long& out) {
-    static const char* const kNames[] = {"info", "progress", "warning", "error", "startfail",
-                                         "daemonfail"};
-    for (long i = 0; i < 6; ++i)
-        if (strcmp(s, kNames[i]) == 0) return out = i, true;
-    return ParseNumber(s, out) && out >= 0;
-}
-
-bool ParseTime(const char* s, uint64_t& ticks) {
-    time_t seconds;
-    if (s[0] == '@') {
-        long v;
-        if (!ParseNumber(s + 1, v)) return false;
-        seconds = static_cast<time_t>(v);
-    } else {
-        static const char* const kForms[] = {"%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S",
-                                             "%Y-%m-%d %H:%M", "%Y-%m-%dT%H:%M", "%Y-%m-%d"};
-        bool ok = false;
-        struct tm tm;
-        for (const char* form : kForms) {
-            memset(&tm, 0, sizeof tm);
-            const char* end = strptime(s, form, &tm);
-            if (end != nullptr && *end == '\0') {
-                ok = true;
-                break;
-            }
-        }
-        if (!ok) return false;
-        tm.tm_isdst = -1;
-        seconds = mktime(&tm);
-        if (seconds == static_cast<time_t>(-1)) return false;
-    }
-    ticks = (static_cast<uint64_t>(seconds) + kxFileTimeEpochSeconds) * kxFileTimeTicksPerSecond;
-    return true;
 }
 
 std::string LocalTime(const _FILETIME& ft) {
@@ -360,77 +300,17 @@ bool g_bLoggingDoAutoInit = false;
 
 int main(int argc, char** argv) {
     Options o;
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        auto value = [&](const char* name) -> const char* {
-            if (i + 1 >= argc) {
-                fprintf(stderr, "kxlogview: %s needs a value\n", name);
-                usage(stderr);
-                exit(kExitUsage);
-            }
-            return argv[++i];
-        };
-        auto bad = [&](const char* what, const char* v) {
-            fprintf(stderr, "kxlogview: bad %s: %s\n", what, v);
-            usage(stderr);
-            exit(kExitUsage);
-        };
-        if (a == "-h" || a == "--help") {
-            usage(stdout);
-            return kExitOk;
-        } else if (a == "-n") {
-            const char* v = value("-n");
-            if (!ParseNumber(v, o.last) || o.last < 0) bad("count", v);
-        } else if (a == "-f") {
-            o.follow = true;
-        } else if (a == "-r") {
-            o.reverse = true;
-        } else if (a == "-p") {
-            const char* v = value("-p");
-            if (!ParseSeverity(v, o.minSev)) bad("severity", v);
-        } else if (a == "--since") {
-            const char* v = value("--since");
-            if (!ParseTime(v, o.since)) bad("time", v);
-            o.hasSince = true;
-        } else if (a == "--until") {
-            const char* v = value("--until");
-            if (!ParseTime(v, o.until)) bad("time", v);
-            o.hasUntil = true;
-        } else if (a == "-g") {
-            const char* v = value("-g");
-            if (regcomp(&o.pattern, v, REG_EXTENDED | REG_NOSUB) != 0) bad("pattern", v);
-            o.hasPattern = true;
-        } else if (a == "--pid") {
-            const char* v = value("--pid");
-            long pid;
-            if (!ParseNumber(v, pid) || pid < 0) bad("pid", v);
-            o.pid = static_cast<uint32_t>(pid);
-            o.hasPid = true;
-        } else if (a == "-o") {
-            const std::string v = value("-o");
-            if (v == "short") o.format = Format::Short;
-            else if (v == "json") o.format = Format::Json;
-            else if (v == "cat") o.format = Format::Cat;
-            else bad("output format", v.c_str());
-        } else if (a == "--header") {
-            o.header = true;
-        } else if (a.size() > 1 && a[0] == '-') {
-            bad("option", a.c_str());
-        } else if (o.path == nullptr) {
-            o.path = argv[i];
-        } else {
-            bad("extra argument", a.c_str());
-        }
-    }
-    if (o.path == nullptr) {
-        fprintf(stderr, "kxlogview: no file given\n");
+    std::string error;
+    switch (kxlogview::ParseArguments(argc, argv, o, error)) {
+    case kxlogview::ParseResult::Help:
+        usage(stdout);
+        return kExitOk;
+    case kxlogview::ParseResult::Usage:
+        fprintf(stderr, "kxlogview: %s\n", error.c_str());
         usage(stderr);
         return kExitUsage;
-    }
-    if (o.follow && o.reverse) {
-        fprintf(stderr, "kxlogview: -f and -r cannot be combined\n");
-        usage(stderr);
-        return kExitUsage;
+    case kxlogview::ParseResult::Run:
+        break;
     }
 
     std::unique_ptr<KLogStream> s(new KLogStream(o.path));
