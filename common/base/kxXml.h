@@ -38,8 +38,9 @@ namespace kxXml {
 // same text on both targets; negative ones do not ("ffffffff" read on 64-bit is 4294967295).
 template <typename T>
 constexpr std::size_t NumberBytes = sizeof(T);
+// inline: a specialisation is an ordinary variable, defined again by every file that uses it.
 template <>
-constexpr std::size_t NumberBytes<long double> = 12;
+inline constexpr std::size_t NumberBytes<long double> = 12;
 
 // Room, in characters and including the terminator, that NumberToString<T> may need.
 template <typename T>
