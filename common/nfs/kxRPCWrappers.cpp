@@ -26,6 +26,17 @@ constexpr size_t kMaxMachineName = 255;
 // Replies are decoded straight from here, for every client in the process (see RecvReply).
 char inBuffer[kBufferSize];
 
+// A status word of a reply as the sender wrote it. The library decodes these words into
+// enumerations, which need not hold every 32-bit value a sender may write: reading such a value
+// through the enumeration would be undefined.
+template <typename Enum>
+uint32_t Word(const Enum& field) {
+    static_assert(sizeof(Enum) == sizeof(uint32_t), "a 32-bit status word");
+    uint32_t value;
+    memcpy(&value, &field, sizeof value);
+    return value;
+}
+
 class RPCClientImpl final : public RPCClient {
 public:
     RPCClientImpl(int program, int version, PROTOCOL protocol)
@@ -111,18 +122,20 @@ public:
         // reply union hold what the sender wrote (a version range, an auth status), so freeing
         // "the verifier" there would free a pointer of the sender's choosing.
         if (!decoded) {
-            if (reply.rm_reply.rp_stat == MSG_ACCEPTED) FreeVerifier(reply.acpted_rply.ar_verf);
+            if (Word(reply.rm_reply.rp_stat) == MSG_ACCEPTED)
+                FreeVerifier(reply.acpted_rply.ar_verf);
             return RPC_CANTDECODERES;
         }
         xid = static_cast<unsigned int>(reply.rm_xid);
 
         clnt_stat result = RPC_SUCCESS;
-        if (reply.rm_reply.rp_stat != MSG_ACCEPTED || reply.acpted_rply.ar_stat != SUCCESS)
+        if (Word(reply.rm_reply.rp_stat) != MSG_ACCEPTED ||
+            Word(reply.acpted_rply.ar_stat) != SUCCESS)
             result = RPC_FAILED;
         else
             AUTH_VALIDATE(m_client->cl_auth, &reply.acpted_rply.ar_verf);
         // Also when the call was refused: an accepted reply's verifier may have been allocated.
-        if (reply.rm_reply.rp_stat == MSG_ACCEPTED) FreeVerifier(reply.acpted_rply.ar_verf);
+        if (Word(reply.rm_reply.rp_stat) == MSG_ACCEPTED) FreeVerifier(reply.acpted_rply.ar_verf);
         return result;
     }
 

@@ -6,6 +6,8 @@
 //   progunavail   every call is accepted with status PROG_UNAVAIL
 //   garbage       every call gets 16 bytes that are no RPC reply
 //   shortdenied   every call gets a denied RPC_MISMATCH reply cut off before its last field
+//   oddstatus     procedure 1 is accepted with an accept status no enumeration holds
+//                 (0x70000); any other gets a reply status of 7, which ends the decoding
 //   silent        calls are read and never answered
 #include <arpa/inet.h>
 
@@ -94,6 +96,16 @@ bool ShortDenied(const Call& call, std::vector<char>& out) {
     return true;
 }
 
+// Written as words: the values do not fit the enumerations.
+bool OddStatus(const Call& call, std::vector<char>& out) {
+    const uint32_t accepted[] = {htonl(call.xid), htonl(1), htonl(0), htonl(0), htonl(0),
+                                 htonl(0x70000)};
+    const uint32_t odd[] = {htonl(call.xid), htonl(1), htonl(7)};
+    const char* words = reinterpret_cast<const char*>(call.procedure == 1 ? accepted : odd);
+    out.assign(words, words + (call.procedure == 1 ? sizeof accepted : sizeof odd));
+    return true;
+}
+
 bool Silent(const Call&, std::vector<char>&) { return false; }
 
 }  // namespace
@@ -103,4 +115,5 @@ KX_FAKE_MODE("groups", Groups);
 KX_FAKE_MODE("progunavail", ProgUnavail);
 KX_FAKE_MODE("garbage", Garbage);
 KX_FAKE_MODE("shortdenied", ShortDenied);
+KX_FAKE_MODE("oddstatus", OddStatus);
 KX_FAKE_MODE("silent", Silent);

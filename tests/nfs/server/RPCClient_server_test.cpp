@@ -116,6 +116,23 @@ TEST_F(FakePeer, CutDeniedReplyIsRefusedAndFreesNothing) {
     }
 }
 
+// Regression (found by fuzzing): the reply's status words were read through their enumerations,
+// undefined for values outside them. Whatever the words, the answer is a refusal or no reply.
+TEST_F(FakePeer, StatusWordsBeyondTheirEnumerations) {
+    auto client = Start("oddstatus", RPCClient::PROTOCOL_UDP);
+    ASSERT_TRUE(client);
+    unsigned xid = 0, got = 0;
+    ASSERT_EQ(RPC_SUCCESS, client->Call(1, kVoid, nullptr, xid));
+    ASSERT_TRUE(Readable(client->Socket(), 5000));
+    EXPECT_EQ(RPC_FAILED, client->RecvReply(kVoid, nullptr, got));
+    EXPECT_EQ(xid, got);
+    ASSERT_EQ(RPC_SUCCESS, client->Call(2, kVoid, nullptr, xid));
+    ASSERT_TRUE(Readable(client->Socket(), 5000));
+    got = 12345;
+    EXPECT_EQ(RPC_CANTDECODERES, client->RecvReply(kVoid, nullptr, got));
+    EXPECT_EQ(12345u, got);
+}
+
 TEST_F(FakePeer, SilentPeerTimesOut) {
     auto client = Start("silent", RPCClient::PROTOCOL_UDP);
     ASSERT_TRUE(client);
