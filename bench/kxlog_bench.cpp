@@ -34,6 +34,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
@@ -57,8 +58,13 @@ constexpr const char* kFormat = "request %06ld from host-%02ld completed in %4ld
 
 const std::string& BenchDir() {
     static const std::string dir = [] {
-        char tmpl[] = "/tmp/kxlog_bench.XXXXXX";
+        static char tmpl[] = "/tmp/kxlog_bench.XXXXXX";
         const char* made = mkdtemp(tmpl);
+        // The rings are large: gone when the benchmark ends (children leave with _exit).
+        if (made != nullptr) atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(tmpl, ec);
+        });
         return std::string(made != nullptr ? made : "/tmp");
     }();
     return dir;
