@@ -255,7 +255,11 @@ long KLogStream::OpenReadOnly(const char* path) {
     const unsigned long opened = m_File.CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr,
                                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (opened != 0) return static_cast<long>(static_cast<int32_t>(opened));
-    status = AttachLock(path, false, 2000);
+    // A file on another machine has no lock file this machine could share with its writers,
+    // and its image below is a private copy read once: the server's lock manager holds the
+    // file while the copy is made, and the walks need only this process's mutex.
+    const bool remote = m_File.IsRemote();
+    status = remote ? LockRemoteFile(2000) : AttachLock(path, false, 2000);
     if (status != KX_OK) return status;
     struct stat st;
     if (m_File.fstat(&st) != 0) return KX_E_FILE_STAT;
@@ -273,9 +277,20 @@ long KLogStream::OpenReadOnly(const char* path) {
     if (image == nullptr) return KX_E_LOG_MAP;
     m_pImage = static_cast<KLogFile*>(image);
     m_dwMappedSize = static_cast<uint32_t>(size);
+    if (remote) m_File.UnlockFile();
     m_dwSignature = kSignatureLive;
     ReleaseConstructionLocks();
     return KX_OK;
+}
+
+long KLogStream::LockRemoteFile(unsigned long timeoutMs) {
+    // Each try is a round trip to the server: a few tries 20 ms apart, not a tight poll.
+    const struct timespec pause{0, 20000000};
+    for (unsigned long waited = 0;; waited += 20) {
+        const long status = m_File.TryLockFile(false);
+        if (status != KX_S_WAIT_TIMEOUT || waited >= timeoutMs) return status;
+        nanosleep(&pause, nullptr);
+    }
 }
 
 // ---- locking -----------------------------------------------------------------------------

@@ -218,6 +218,9 @@ private:
     long AttachLock(const char* path, bool writer, unsigned long timeoutMs);
     // Releases what AttachLock and the construction took.
     void ReleaseConstructionLocks();
+    // A file on another machine (KFile's remote handle): its whole-file lock through the
+    // server's lock manager, tried for up to timeoutMs. 0, KX_S_WAIT_TIMEOUT, or its failure.
+    long LockRemoteFile(unsigned long timeoutMs);
     long Resize(const std::string& path, uint32_t oldKB, unsigned long newKB);
     long WriteWholeFile(const void* image, uint32_t size);
     // The image, if its header still describes the file this stream mapped.

@@ -90,6 +90,10 @@ void* KFile::SetHandle(void* handle) {
     return m_pImpl->SetHandle(handle);
 }
 
+bool KFile::IsRemote() const {
+    return m_pImpl != nullptr && dynamic_cast<KFileUnix*>(m_pImpl) == nullptr;
+}
+
 bool KFile::IsOpen() const { return m_pImpl != nullptr && m_pImpl->IsOpen(); }
 bool KFile::IsPreExisting() const { return m_pImpl != nullptr && m_pImpl->IsPreExisting(); }
 const char* KFile::GetFileName() const { return m_pImpl ? m_pImpl->GetFileName() : nullptr; }

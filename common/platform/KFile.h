@@ -76,6 +76,10 @@ public:
     long TryLockFile(bool exclusive) override;
     long UnlockFile() override;
 
+    // True while the implementation is the remote handle: a name on another host was opened,
+    // or a remote handle record was given to SetHandle.
+    bool IsRemote() const;
+
     // True when host names this machine (KFileNameCache).
     static bool _IsLocalServer(const std::string& host);
 
