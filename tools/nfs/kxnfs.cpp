@@ -3,6 +3,7 @@
 #include <new>
 
 #include "kxTextEscape.h"
+#include "nfs/kxNFSTransfer.h"
 #include "kxnfsArgs.h"
 #include "kxnfsCommands.h"
 
@@ -43,6 +44,8 @@ int main(int argc, char** argv) {
         return kExitUsage;
     case ParseResult::Run: break;
     }
+    // The library's switch is process-wide; this program moves one file at a time.
+    kxNFSUtils::g_NFSUtils_UseScatterGather = args.pipelined;
     try {
         InstallStopHandlers();
         Session session(args);

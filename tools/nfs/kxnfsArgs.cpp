@@ -236,6 +236,8 @@ ParseResult ParseArguments(int argc, const char* const* argv, Arguments& args,
                 udp = true;
             } else if (letter == 'j') {
                 args.json = true;
+            } else if (letter == 'S') {
+                args.pipelined = false;
             } else if (letter == 'h') {
                 return ParseResult::Help;
             } else if (letter == 'U' || letter == 'G') {
@@ -317,6 +319,7 @@ void PrintUsage(FILE* out) {
         "  -t         TCP only (default: TCP, falling back to UDP)\n"
         "  -u         UDP only for NFS\n"
         "  -j         exports, ls, stat: one JSON object per line\n"
+        "  -S         transfers one request at a time (default: several in flight over TCP)\n"
         "  -U uid     user id sent to the server, 0-4294967295 (default: yours)\n"
         "  -G g1,g2   1 to 16 group ids, the first being the primary one (default: your group)\n"
         "  -h         this text\n"

@@ -19,6 +19,9 @@ struct Arguments {
     // Global options (before the command).
     kxNFSUtils::eUseProtocol protocol = kxNFSUtils::eUseTCPThenUDP;
     bool json = false;
+    // get, put and cat keep several requests in flight over TCP unless -S asks for one at a
+    // time (the library's sequential transfer); the bytes moved are the same either way.
+    bool pipelined = true;
     // Ids are 32-bit on the wire; a value above 2^31 - 1 is sent as its 32-bit pattern.
     bool haveUid = false;
     uint32_t uid = 0;

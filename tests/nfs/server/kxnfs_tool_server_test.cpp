@@ -155,9 +155,9 @@ TEST_F(KxnfsTool, UsageErrorsExitWith100) {
 
 TEST_F(KxnfsTool, PutAndGetMoveEveryByteOverBothTransports) {
     struct Route {
-        const char* transport;
+        const char* transport;   // -tS: TCP, one request at a time instead of several
         const char* exportName;  // /a: the server's huge default sizes; /data: 64 KiB
-    } routes[] = {{"-t", "/a"}, {"-u", "/a"}, {"-t", "/data"}};
+    } routes[] = {{"-t", "/a"}, {"-u", "/a"}, {"-t", "/data"}, {"-tS", "/data"}};
     const size_t sizes[] = {0, 1, 4095, 4096, 4097, (3u << 20) + 5};
     unsigned seed = 1;
     for (const Route& route : routes) {

@@ -64,6 +64,8 @@ TEST(KxnfsArgsTest, HostAndTransportRules) {
     EXPECT_EQ(kxNFSUtils::eUseUDP, Parse({"-u", "-j", "exports", "h"}).args.protocol);
     EXPECT_EQ(kxNFSUtils::eUseTCP, Parse({"-tj", "exports", "h"}).args.protocol);
     EXPECT_TRUE(Parse({"-tj", "exports", "h"}).args.json);
+    EXPECT_TRUE(p.args.pipelined);
+    EXPECT_FALSE(Parse({"-tS", "get", "h:/f", "f"}).args.pipelined);
 
     EXPECT_TRUE(IsUsage({"ping", ""}));  // was "cannot reach the server"
     EXPECT_TRUE(IsUsage({"-t", "-u", "ping", "h"}));
