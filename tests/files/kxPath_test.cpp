@@ -182,11 +182,12 @@ TEST(kxPathTest, AppendStripTightenNormalize) {
 
     const std::pair<const char*, const char*> norm[] = {
         {"/Usr\\Lib", "/Usr/Lib"}, {"HOST:/Dir\\F", "host:/Dir/F"}, {"C:\\Dir/F", "c:\\dir\\f"},
-        {"Rel/Dir", "rel\\dir"}};
+        {"Rel/Dir", "rel\\dir"},
+        {"HOST:/Dir/A:B", "host:/Dir/A:B"}};  // the host ends at the first colon
     for (const auto& c : norm) {
         s = c.first;
         Normalize(s);
-        EXPECT_EQ(s, c.second);
+        EXPECT_EQ(s, c.second) << c.first;
     }
 }
 

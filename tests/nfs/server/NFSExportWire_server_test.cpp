@@ -1,8 +1,8 @@
 // Export discovery as the server sees it: the credentials every call carries, the UMNT of each
 // mounted export when the browse object ends, the figures read from FSSTAT, FSINFO and
-// PATHCONF, and the export FindMountPoint chooses when "/" is exported. Against the fake peer
-// (modes mountroot and nfsfigures, fake/kxFakeExport.h) in a fresh sandbox per test, since the
-// real server holds both programs in the test's own.
+// PATHCONF and the transfer sizes they lead to, and the export FindMountPoint chooses when "/"
+// is exported. Against the fake peer (modes mountroot and nfsfigures, fake/kxFakeExport.h) in a
+// fresh sandbox per test, since the real server holds both programs in the test's own.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <rpc/rpc.h>
@@ -21,6 +21,7 @@
 #include "nfs/NFSBrowse.h"
 #include "platform/kxSysInfo.h"
 #include "xdr/mount_prot.h"
+#include "xdr/nfs3_prot.h"
 
 using namespace kxNFSUtils;
 
@@ -191,6 +192,53 @@ void FiguresOfEachExport() {
 TEST(NFSExportWire, FiguresOfEachExport) {
     if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
     EXPECT_TRUE(kxtest::RunInFakeSandbox<FiguresOfEachExport>());
+}
+
+// The counts of the READ or WRITE requests received, in arrival order.
+std::vector<uint32_t> Counts(const std::vector<kxfake::Call>& calls, uint32_t procedure) {
+    std::vector<uint32_t> counts;
+    for (const kxfake::Call& c : calls) {
+        if (c.procedure != procedure) continue;
+        if (procedure == NFSPROC3_READ) {
+            read3args a;
+            memset(&a, 0, sizeof a);
+            EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a));
+            counts.push_back(a.count);
+            c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a);
+        } else {
+            write3args a;
+            memset(&a, 0, sizeof a);
+            EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_write3args), &a));
+            counts.push_back(a.count);
+            c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_write3args), &a);
+        }
+    }
+    return counts;
+}
+
+void TransfersTakeTheExportsCrossedPreferredSizes() {
+    ExportPeers peers;
+    ASSERT_TRUE(peers.Up());
+    auto browse = peers.Browse(0, {0});
+    ASSERT_TRUE(browse);
+    // "/export" prefers 64 KiB reads and 32 KiB writes; an entry opened below it carries both.
+    std::unique_ptr<DirEntry> file(browse->Open("/export/f", false, false));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(64u << 10, file->readPreferred);
+    EXPECT_EQ(32u << 10, file->writePreferred);
+    const std::vector<char> bytes(100u << 10, 'w');
+    EXPECT_EQ(bytes.size(), browse->Write(*file, bytes.data(), 0, bytes.size()));
+    std::vector<char> back(100u << 10);
+    browse->Read(*file, back.data(), 0, back.size());  // the fake file is empty
+    // Write cuts by the read size and Read by the write size (crossed on purpose).
+    const std::vector<kxfake::Call> calls = peers.NfsCalls();
+    EXPECT_EQ((std::vector<uint32_t>{65536, 36864}), Counts(calls, NFSPROC3_WRITE));
+    EXPECT_EQ((std::vector<uint32_t>{32768, 32768, 32768, 4096}), Counts(calls, NFSPROC3_READ));
+}
+
+TEST(NFSExportWire, TransfersTakeTheExportsCrossedPreferredSizes) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
+    EXPECT_TRUE(kxtest::RunInFakeSandbox<TransfersTakeTheExportsCrossedPreferredSizes>());
 }
 
 void RootExportServesEveryPath() {
