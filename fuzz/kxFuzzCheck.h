@@ -10,10 +10,10 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-#define KX_FUZZ_CHECK(cond)                                                            \
-    do {                                                                               \
-        if (!(cond)) {                                                                 \
+#define KX_FUZZ_CHECK(cond)                                                             \
+    do {                                                                                \
+        if (!(cond)) {                                                                  \
             fprintf(stderr, "%s:%d: property failed: %s\n", __FILE__, __LINE__, #cond); \
-            abort();                                                                   \
-        }                                                                              \
+            abort();                                                                    \
+        }                                                                               \
     } while (0)

@@ -11,15 +11,15 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <initializer_list>
 #include <cstring>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <string>
 #include <vector>
 
-#include "nfs/kxXdrResultTable.h"
 #include "log/KLogStream.h"
+#include "nfs/kxXdrResultTable.h"
 
 namespace {
 
@@ -32,8 +32,16 @@ void Put(const std::string& target, const std::string& name, const Bytes& bytes)
     std::ofstream(dir + "/" + name, std::ios::binary) << bytes;
 }
 
-Bytes Word(uint32_t v) { return Bytes(reinterpret_cast<const char*>(&v), 4); }
-Bytes BigWord(uint32_t v) { return Word(htonl(v)); }
+Bytes Word(uint32_t v) {
+    return Bytes(reinterpret_cast<const char*>(&v), 4);
+}
+Bytes BigWord(uint32_t v) {
+    return Word(htonl(v));
+}
+// A control byte, then the text.
+Bytes Ctl(int control, const Bytes& text) {
+    return Bytes(1, static_cast<char>(control)) + text;
+}
 
 // ---- log files ---------------------------------------------------------------------------
 
@@ -58,10 +66,12 @@ Bytes Foreign(const Bytes& native) {
          rec = image.NewerRec(rec, rec->GetRecNum())) {
         const size_t at = image.OffsetOf(rec);
         for (size_t w : {0, 4, 16, 20, 24, 28, 32, 36}) Swap32(out, at + w);
-        std::reverse(out.begin() + static_cast<long>(at) + 8, out.begin() + static_cast<long>(at) + 16);
+        std::reverse(out.begin() + static_cast<long>(at) + 8,
+                     out.begin() + static_cast<long>(at) + 16);
         const size_t payload = at + kxLogRecHeaderSize;
         size_t words = 0;
-        if (rec->GetType() == kxLogRecTypeStringA || rec->GetType() == kxLogRecTypeResize) words = 2;
+        if (rec->GetType() == kxLogRecTypeStringA || rec->GetType() == kxLogRecTypeResize)
+            words = 2;
         if (rec->GetType() == kxLogRecTypeStringW) words = rec->GetPayloadSize() / 4;
         for (size_t k = 0; k < words; ++k) Swap32(out, payload + 4 * k);
     }
@@ -237,8 +247,7 @@ void NfsSeeds() {
     KX_ADD("mountres3", mountres3, mnt);
     // A flavour list claimed a billion long (once allocated and walked before found short).
     add("mountres3_flavour_claim", reinterpret_cast<xdrproc_t>(xdr_mountres3),
-        BigWord(MNT3_OK) + BigWord(4) + "\1\2\3\4" + BigWord(0x40000000) + BigWord(1) +
-            BigWord(6));
+        BigWord(MNT3_OK) + BigWord(4) + "\1\2\3\4" + BigWord(0x40000000) + BigWord(1) + BigWord(6));
 
     getattr3res ga;
     ga.status = NFS3_OK;
@@ -310,13 +319,19 @@ void NfsSeeds() {
 
     fsstat3res fs;
     fs.status = NFS3_OK;
-    fs.fsstat3res_u.resok = {After(NF3DIR, 4096, 2), 1ull << 40, 1ull << 39, 1ull << 38,
-                             1000000, 500000, 400000, 0};
+    fs.fsstat3res_u.resok = {
+        After(NF3DIR, 4096, 2), 1ull << 40, 1ull << 39, 1ull << 38, 1000000, 500000, 400000, 0};
     KX_ADD("fsstat3res", fsstat3res, fs);
     fsinfo3res fi;
     fi.status = NFS3_OK;
-    fi.fsinfo3res_u.resok = {After(NF3DIR, 4096, 2), 1048576, 1048576, 4096, 1048576, 1048576,
-                             4096, 65536, ~0ull >> 1, {0, 1}, 0x1B};
+    fsinfo3resok& info = fi.fsinfo3res_u.resok;
+    info.obj_attributes = After(NF3DIR, 4096, 2);
+    info.rtmax = info.rtpref = info.wtmax = info.wtpref = 1048576;
+    info.rtmult = info.wtmult = 4096;
+    info.dtpref = 65536;
+    info.maxfilesize = ~0ull >> 1;
+    info.time_delta = {0, 1};
+    info.properties = 0x1B;
     KX_ADD("fsinfo3res", fsinfo3res, fi);
     pathconf3res pc;
     pc.status = NFS3_OK;
@@ -337,11 +352,12 @@ void NfsSeeds() {
     for (const auto& r : results) Put("kxXdrResults", r.first, r.second);
 
     // Whole replies for RecvReply: the list, the directory, a READ, the mount, the lock.
+    uint32_t nextXid = 0x1000;
     auto reply = [&](const std::string& name, xdrproc_t proc, const Bytes& msg) {
         Put("kxRPCReply", name, Bytes(1, static_cast<char>(Index(proc))) + msg);
     };
-#define KX_REPLY(name, type, value)                                                     \
-    reply(name, reinterpret_cast<xdrproc_t>(xdr_##type), Reply(0x1234 + __LINE__, xdr_##type, value))
+#define KX_REPLY(name, type, value) \
+    reply(name, reinterpret_cast<xdrproc_t>(xdr_##type), Reply(nextXid++, xdr_##type, value))
     KX_REPLY("exports", exports, ex);
     KX_REPLY("readdirplus3res", readdirplus3res, rp);
     KX_REPLY("read3res", read3res, rd);
@@ -376,7 +392,9 @@ void NfsSeeds() {
     const Bytes readReply = Reply(21, xdr_read3res, rd);
     const Bytes writeReply = Reply(22, xdr_write3res, wr);
     const Bytes errorReply = Reply(23, xdr_read3res, rdFail);
-    auto last = [](const Bytes& r) { return BigWord(0x80000000u | static_cast<uint32_t>(r.size())) + r; };
+    auto last = [](const Bytes& r) {
+        return BigWord(0x80000000u | static_cast<uint32_t>(r.size())) + r;
+    };
     const Bytes max(1, '\xFF');
     Put("kxNFS3Pipeline", "read", max + last(readReply));
     Put("kxNFS3Pipeline", "write", max + last(writeReply));
@@ -423,18 +441,18 @@ void TextSeeds() {
     // kxXml: type (0 bool, 1 long, 2 unsigned long, 3 long long, 4 unsigned long long, 5 float,
     // 6 double, 7 long double), then the text.
     const std::pair<const char*, Bytes> numbers[] = {
-        {"long_ff", "\x01" "ff"},
-        {"long_minus_one", "\x03" "ffffffffffffffff"},
-        {"bool_true", Bytes(1, '\0') + "1"},
-        {"double_one", "\x06" "3ff0000000000000"},
-        {"double_nan_payload", "\x06" "7ff8000000000001"},
-        {"double_minus_zero", "\x06" "8000000000000000"},
-        {"float_infinity", "\x05" "7f800000"},
-        {"long_double_one", "\x07" "3fff8000000000000000"},
-        {"ulonglong_empty", "\x04"},
-        {"ulong_mixed_case", "\x02" "FfFf"},
-        {"long_hex_prefix", "\x01" "0x10"},
-        {"double_too_long", "\x06" "13ff0000000000000"},
+        {"long_ff", Ctl(1, "ff")},
+        {"long_minus_one", Ctl(3, "ffffffffffffffff")},
+        {"bool_true", Ctl(0, "1")},
+        {"double_one", Ctl(6, "3ff0000000000000")},
+        {"double_nan_payload", Ctl(6, "7ff8000000000001")},
+        {"double_minus_zero", Ctl(6, "8000000000000000")},
+        {"float_infinity", Ctl(5, "7f800000")},
+        {"long_double_one", Ctl(7, "3fff8000000000000000")},
+        {"ulonglong_empty", Ctl(4, "")},
+        {"ulong_mixed_case", Ctl(2, "FfFf")},
+        {"long_hex_prefix", Ctl(1, "0x10")},
+        {"double_too_long", Ctl(6, "13ff0000000000000")},
     };
     for (const auto& n : numbers) Put("kxXml", n.first, n.second);
 
@@ -466,15 +484,15 @@ void TextSeeds() {
 
     // kxTextEscape: a flag byte (keep tabs), then the text.
     const std::pair<const char*, Bytes> texts[] = {
-        {"ascii", "\x01" "plain text"},
-        {"controls", Bytes("\x00", 1) + "tab\there\nnewline\r\x1b[31mred\x1b[0m\x7f"},
-        {"utf8", "\x01" "caf\xc3\xa9 \xe2\x98\x83 \xf0\x9f\x98\x80"},
-        {"c1_in_utf8", "\x01" "next line\xc2\x85" "end"},
-        {"latin1", "\x01" "\xff\xfe latin1 \x85 \xe9"},
-        {"quotes", "\x01" "say \"hi\" \\ back"},
-        {"overlong", "\x01" "\xc0\xaf"},
-        {"surrogate", "\x01" "\xed\xa0\x80"},
-        {"beyond_unicode", "\x01" "\xf4\x90\x80\x80"},
+        {"ascii", Ctl(1, "plain text")},
+        {"controls", Ctl(0, "tab\there\nnewline\r\x1b[31mred\x1b[0m\x7f")},
+        {"utf8", Ctl(1, "caf\xc3\xa9 \xe2\x98\x83 \xf0\x9f\x98\x80")},
+        {"c1_in_utf8", Ctl(1, "next line\xc2\x85\x65nd")},
+        {"latin1", Ctl(1, "\xff\xfe latin1 \x85 \xe9")},
+        {"quotes", Ctl(1, "say \"hi\" \\ back")},
+        {"overlong", Ctl(1, "\xc0\xaf")},
+        {"surrogate", Ctl(1, "\xed\xa0\x80")},
+        {"beyond_unicode", Ctl(1, "\xf4\x90\x80\x80")},
     };
     for (const auto& t : texts) Put("kxTextEscape", t.first, t.second);
 }

@@ -48,14 +48,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data + 1),
                            strnlen(reinterpret_cast<const char*>(data + 1), size - 1));
     switch (data[0] % 8) {
-    case 0: RoundTrip<bool>(text); break;
-    case 1: RoundTrip<long>(text); break;
-    case 2: RoundTrip<unsigned long>(text); break;
-    case 3: RoundTrip<long long>(text); break;
-    case 4: RoundTrip<unsigned long long>(text); break;
-    case 5: RoundTrip<float>(text); break;
-    case 6: RoundTrip<double>(text); break;
-    default: RoundTrip<long double>(text); break;
+        case 0:
+            RoundTrip<bool>(text);
+            break;
+        case 1:
+            RoundTrip<long>(text);
+            break;
+        case 2:
+            RoundTrip<unsigned long>(text);
+            break;
+        case 3:
+            RoundTrip<long long>(text);
+            break;
+        case 4:
+            RoundTrip<unsigned long long>(text);
+            break;
+        case 5:
+            RoundTrip<float>(text);
+            break;
+        case 6:
+            RoundTrip<double>(text);
+            break;
+        default:
+            RoundTrip<long double>(text);
+            break;
     }
     return 0;
 }

@@ -34,7 +34,9 @@ struct Guarded {
     std::vector<char> block;
 };
 
-std::vector<char> Exact(const std::string& s) { return {s.c_str(), s.c_str() + s.size() + 1}; }
+std::vector<char> Exact(const std::string& s) {
+    return {s.c_str(), s.c_str() + s.size() + 1};
+}
 
 void CheckNode(long (*fn)(const char*, char*, unsigned long),
                long (*str)(const char*, std::string&), const char* p) {
@@ -124,8 +126,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t length = size - 2;
     const size_t zero = std::string(text, length).find('\0');
     const std::string s(text, zero == std::string::npos ? length : zero);
-    const std::string t = zero == std::string::npos ? std::string()
-                                                    : std::string(text + zero + 1, length - zero - 1);
+    const std::string t =
+        zero == std::string::npos ? std::string() : std::string(text + zero + 1, length - zero - 1);
     const std::vector<char> p = Exact(s), q = Exact(t.c_str());
 
     const uint32_t f = GetFormat(p.data());

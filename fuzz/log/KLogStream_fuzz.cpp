@@ -88,8 +88,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if ((control & 1) && file.size() >= kxLogFileHeaderSize) {
         uint32_t signature;
         memcpy(&signature, file.data(), 4);
-        const uint32_t stored = kxLogFix32(static_cast<uint32_t>(file.size()),
-                                           signature != kxLogFileSignature);
+        const uint32_t stored =
+            kxLogFix32(static_cast<uint32_t>(file.size()), signature != kxLogFileSignature);
         memcpy(file.data() + 8, &stored, 4);
     }
     const std::string name = "fuzz.log";

@@ -37,7 +37,8 @@ const Listener& GetListener() {
         KX_FUZZ_CHECK(l.socket >= 0);
         l.address.sin_family = AF_INET;
         l.address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        KX_FUZZ_CHECK(bind(l.socket, reinterpret_cast<sockaddr*>(&l.address), sizeof l.address) == 0);
+        KX_FUZZ_CHECK(bind(l.socket, reinterpret_cast<sockaddr*>(&l.address), sizeof l.address) ==
+                      0);
         socklen_t len = sizeof l.address;
         KX_FUZZ_CHECK(getsockname(l.socket, reinterpret_cast<sockaddr*>(&l.address), &len) == 0);
         KX_FUZZ_CHECK(listen(l.socket, 4) == 0);

@@ -21,15 +21,15 @@
 #include <memory>
 
 #include "kxFuzzCheck.h"
-#include "nfs/kxXdrResultTable.h"
 #include "nfs/kxRPCWrappers.h"
+#include "nfs/kxXdrResultTable.h"
 
 namespace {
 
 struct Peer {
     int socket = -1;
-    uint16_t port = 0;         // host order
-    sockaddr_in client{};      // where the client's datagrams come from
+    uint16_t port = 0;     // host order
+    sockaddr_in client{};  // where the client's datagrams come from
     kxNFSUtils::RPCClient* rpc = nullptr;
     kxNFSUtils::RPCAuth* auth = nullptr;
 };
@@ -78,8 +78,8 @@ Peer& Connected() {
     KX_FUZZ_CHECK(p.rpc->Call(0, none, nullptr, xid) == RPC_SUCCESS);
     char call[1024];
     socklen_t len = sizeof p.client;
-    KX_FUZZ_CHECK(recvfrom(p.socket, call, sizeof call, 0, reinterpret_cast<sockaddr*>(&p.client),
-                           &len) > 0);
+    KX_FUZZ_CHECK(
+        recvfrom(p.socket, call, sizeof call, 0, reinterpret_cast<sockaddr*>(&p.client), &len) > 0);
     return p;
 }
 

@@ -17,9 +17,9 @@ namespace kxfuzz {
 
 struct XdrResult {
     const char* name;
-    xdrproc_t proc;                // as the RPC library takes it
-    bool_t (*code)(XDR*, void*);   // the same, for calls from here (through its own type)
-    size_t size;                   // of the object it decodes into
+    xdrproc_t proc;               // as the RPC library takes it
+    bool_t (*code)(XDR*, void*);  // the same, for calls from here (through its own type)
+    size_t size;                  // of the object it decodes into
 };
 
 template <typename T, bool_t (*Routine)(XDR*, T*)>
@@ -27,8 +27,10 @@ bool_t Code(XDR* xdrs, void* object) {
     return Routine(xdrs, static_cast<T*>(object));
 }
 
+// clang-format off
 #define KX_XDR_RESULT(type) \
     {#type, reinterpret_cast<xdrproc_t>(xdr_##type), &Code<type, xdr_##type>, sizeof(type)}
+// clang-format on
 
 inline const XdrResult kXdrResults[] = {
     KX_XDR_RESULT(exports),          // 0: export list with group lists (hand-written)

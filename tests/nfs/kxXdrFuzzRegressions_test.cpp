@@ -44,6 +44,7 @@ TEST(kxXdrFuzzRegressions, MountFlavourListBeyondTheBoundAllocatesNothing) {
     full.resize(full.size() + MNTFLAVORS, 1);
     std::vector<char> atBound = Words(full);
     ASSERT_TRUE(Decode(atBound, res));
-    EXPECT_EQ(static_cast<u_int>(MNTFLAVORS), res.mountres3_u.mountinfo.auth_flavors.auth_flavors_len);
+    EXPECT_EQ(static_cast<u_int>(MNTFLAVORS),
+              res.mountres3_u.mountinfo.auth_flavors.auth_flavors_len);
     xdr_free(reinterpret_cast<xdrproc_t>(xdr_mountres3), reinterpret_cast<char*>(&res));
 }

@@ -22,8 +22,8 @@ bool ParseNumber(const char* s, long& out) {
 }
 
 bool ParseSeverity(const char* s, long& out) {
-    static const char* const kNames[] = {"info", "progress", "warning", "error", "startfail",
-                                         "daemonfail"};
+    static const char* const kNames[] = {"info",  "progress",  "warning",
+                                         "error", "startfail", "daemonfail"};
     for (long i = 0; i < 6; ++i)
         if (strcmp(s, kNames[i]) == 0) return out = i, true;
     return ParseNumber(s, out) && out >= 0;
@@ -112,10 +112,14 @@ ParseResult ParseArguments(int argc, const char* const* argv, Options& o, std::s
             o.hasPid = true;
         } else if (a == "-o") {
             const std::string f = v;
-            if (f == "short") o.format = Format::Short;
-            else if (f == "json") o.format = Format::Json;
-            else if (f == "cat") o.format = Format::Cat;
-            else return Bad(error, "output format", f);
+            if (f == "short")
+                o.format = Format::Short;
+            else if (f == "json")
+                o.format = Format::Json;
+            else if (f == "cat")
+                o.format = Format::Cat;
+            else
+                return Bad(error, "output format", f);
         } else if (a == "--header") {
             o.header = true;
         } else if (a.size() > 1 && a[0] == '-') {

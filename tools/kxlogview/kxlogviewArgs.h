@@ -22,11 +22,11 @@ struct Options {
     long last = -1;              // -n; -1: every record
     bool follow = false;
     bool reverse = false;
-    long minSev = -1;            // -p; -1: every severity
+    long minSev = -1;  // -p; -1: every severity
     bool hasSince = false, hasUntil = false;
     uint64_t since = 0, until = 0;  // FILETIME ticks
     bool hasPattern = false;
-    regex_t pattern;             // compiled only while hasPattern
+    regex_t pattern;  // compiled only while hasPattern
     bool hasPid = false;
     uint32_t pid = 0;
     Format format = Format::Short;

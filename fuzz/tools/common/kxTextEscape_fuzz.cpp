@@ -35,7 +35,11 @@ void AppendUtf8(std::string& out, uint32_t c) {
 bool DecodeUtf8(const std::string& s, std::u32string* out) {
     for (size_t i = 0; i < s.size();) {
         const unsigned char c = static_cast<unsigned char>(s[i]);
-        const size_t length = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+        const size_t length = c < 0x80         ? 1
+                              : (c >> 5) == 6  ? 2
+                              : (c >> 4) == 14 ? 3
+                              : (c >> 3) == 30 ? 4
+                                               : 0;
         if (length == 0 || i + length > s.size()) return false;
         uint32_t cp = length == 1 ? c : c & (0x7F >> length);
         for (size_t k = 1; k < length; ++k) {
@@ -44,7 +48,8 @@ bool DecodeUtf8(const std::string& s, std::u32string* out) {
             cp = (cp << 6) | (d & 0x3F);
         }
         static const uint32_t kShortest[5] = {0, 0, 0x80, 0x800, 0x10000};
-        if ((length > 1 && cp < kShortest[length]) || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
+        if ((length > 1 && cp < kShortest[length]) || cp > 0x10FFFF ||
+            (cp >= 0xD800 && cp <= 0xDFFF))
             return false;
         if (out != nullptr) out->push_back(cp);
         i += length;
@@ -71,28 +76,45 @@ bool ReadJson(const std::string& body, std::string& out) {
         }
         if (++i >= body.size()) return false;
         switch (body[i]) {
-        case '"': out += '"'; break;
-        case '\\': out += '\\'; break;
-        case '/': out += '/'; break;
-        case 'b': out += '\b'; break;
-        case 'f': out += '\f'; break;
-        case 'n': out += '\n'; break;
-        case 'r': out += '\r'; break;
-        case 't': out += '\t'; break;
-        case 'u': {
-            if (i + 4 >= body.size()) return false;
-            uint32_t cp = 0;
-            for (int k = 1; k <= 4; ++k) {
-                const int h = Hex(body[i + k]);
-                if (h < 0) return false;
-                cp = cp * 16 + static_cast<uint32_t>(h);
+            case '"':
+                out += '"';
+                break;
+            case '\\':
+                out += '\\';
+                break;
+            case '/':
+                out += '/';
+                break;
+            case 'b':
+                out += '\b';
+                break;
+            case 'f':
+                out += '\f';
+                break;
+            case 'n':
+                out += '\n';
+                break;
+            case 'r':
+                out += '\r';
+                break;
+            case 't':
+                out += '\t';
+                break;
+            case 'u': {
+                if (i + 4 >= body.size()) return false;
+                uint32_t cp = 0;
+                for (int k = 1; k <= 4; ++k) {
+                    const int h = Hex(body[i + k]);
+                    if (h < 0) return false;
+                    cp = cp * 16 + static_cast<uint32_t>(h);
+                }
+                if (cp >= 0xD800 && cp <= 0xDFFF) return false;
+                AppendUtf8(out, cp);
+                i += 4;
+                break;
             }
-            if (cp >= 0xD800 && cp <= 0xDFFF) return false;
-            AppendUtf8(out, cp);
-            i += 4;
-            break;
-        }
-        default: return false;
+            default:
+                return false;
         }
     }
     return true;

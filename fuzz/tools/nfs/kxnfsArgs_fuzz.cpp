@@ -18,7 +18,8 @@ bool Normalised(const std::string& path) {
     for (const char* bad : {"//", "/./", "/../"})
         if (path.find(bad) != std::string::npos) return false;
     for (const char* end : {"/.", "/.."})
-        if (path.size() >= strlen(end) && path.compare(path.size() - strlen(end), std::string::npos, end) == 0)
+        if (path.size() >= strlen(end) &&
+            path.compare(path.size() - strlen(end), std::string::npos, end) == 0)
             return false;
     return kxnfs::NormalisePath(path) == path;
 }
@@ -63,8 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // A second parse into the same object starts afresh.
     kxnfs::Arguments again = args;
     std::string error2;
-    KX_FUZZ_CHECK(kxnfs::ParseArguments(static_cast<int>(argv.size()), argv.data(), again,
-                                        error2) == result);
+    KX_FUZZ_CHECK(
+        kxnfs::ParseArguments(static_cast<int>(argv.size()), argv.data(), again, error2) == result);
     KX_FUZZ_CHECK(Same(args, again) && error == error2);
 
     for (const std::string& w : words) {
