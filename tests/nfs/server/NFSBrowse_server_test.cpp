@@ -103,36 +103,6 @@ TEST_F(NFSServer, ByAddressOverUdpVerifiesAndMountsOncePerObject) {
     }
 }
 
-TEST_F(NFSServer, FindMountPointTakesLongestExportThatMounts) {
-    auto browse = Browse(eUseTCP);
-    ASSERT_TRUE(browse);
-    struct Case {
-        std::string path;
-        std::string expected;  // empty: no export
-    } cases[] = {
-        {root + "/a/b/c", root + "/a/b"},
-        {root + "/a/b", root + "/a/b"},
-        {root + "/a/bc", root + "/a"},
-        {root + "/a", root + "/a"},
-        {root + "/data/x", root + "/data"},
-        {root + "/datax", ""},
-        {root, ""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.path);
-        ExportInfo info;
-        const bool found = browse->FindMountPoint(c.path, info);
-        EXPECT_EQ(!c.expected.empty(), found);
-        EXPECT_EQ(c.expected, info.serverPath);
-        if (found) {
-            EXPECT_EQ(kDirEntryDirectory, info.type);
-            EXPECT_EQ(1024u, info.unitSize);
-        } else {
-            EXPECT_EQ(KX_E_NFS_NO_EXPORT, browse->GetLastObjectError());
-        }
-    }
-}
-
 TEST_F(NFSServer, FactoryFailures) {
     NFSBrowse* b = reinterpret_cast<NFSBrowse*>(0x1);
     EXPECT_EQ(KX_E_HOST_NOT_FOUND,
