@@ -9,6 +9,7 @@
 
 #include "kxLogCapture.h"
 #include "kxNFSSandbox.h"
+#include "kxNFSServerTest.h"
 #include "nfs/NFSBrowse.h"
 #include "nfs/kxNetUtils.h"
 #include "nfs/kxRPCWrappers.h"
@@ -20,25 +21,9 @@ namespace {
 
 const std::vector<int> kGroups{0};
 
-class NFSServer : public ::testing::Test {
+class NFSServer : public kxtest::NFSServerTest {
 protected:
-    void SetUp() override {
-        auto& sandbox = kxtest::NFSSandbox::Get();
-        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-        if (!sandbox.StartNFSServer()) {
-            if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-            FAIL() << sandbox.Failure();
-        }
-        root = sandbox.ExportRoot();
-    }
 
-    std::unique_ptr<NFSBrowse> Browse(eUseProtocol protocol) {
-        NFSBrowse* b = nullptr;
-        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), 0, kGroups, nullptr, protocol));
-        return std::unique_ptr<NFSBrowse>(b);
-    }
-
-    std::string root;
 };
 
 TEST_F(NFSServer, CreatesOverEveryTransportAndListsExports) {

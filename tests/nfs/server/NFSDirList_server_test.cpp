@@ -19,14 +19,13 @@
 #include "kxFakeNfs.h"
 #include "kxLogCapture.h"
 #include "kxNFSSandbox.h"
+#include "kxNFSServerTest.h"
 #include "nfs/NFSBrowse.h"
 #include "xdr/nfs3_prot.h"
 
 using namespace kxNFSUtils;
 
 namespace {
-
-const std::vector<int> kGroups{0};
 
 const char* Name(eUseProtocol p) { return p == eUseUDP ? "udp" : "tcp"; }
 
@@ -49,23 +48,8 @@ std::vector<std::string> Names(const std::vector<DirEntry>& list) {
     return names;
 }
 
-class NFSDirList : public ::testing::Test {
+class NFSDirList : public kxtest::NFSServerTest {
 protected:
-    void SetUp() override {
-        auto& sandbox = kxtest::NFSSandbox::Get();
-        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-        if (!sandbox.StartNFSServer()) {
-            if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-            FAIL() << sandbox.Failure();
-        }
-        root = sandbox.ExportRoot();
-    }
-
-    std::unique_ptr<NFSBrowse> Browse(eUseProtocol protocol) {
-        NFSBrowse* b = nullptr;
-        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), 0, kGroups, nullptr, protocol));
-        return std::unique_ptr<NFSBrowse>(b);
-    }
 
     // A new directory root + "/a/" + name, made locally and then looked up through the server
     // (which has never seen it, so it reads it from disk when it is first listed).
@@ -78,7 +62,6 @@ protected:
         return dir.type == kDirEntryDirectory;
     }
 
-    std::string root;
 };
 
 struct LocalEntry {

@@ -14,6 +14,7 @@
 #include "kxFakeNfs.h"
 #include "kxLogCapture.h"
 #include "kxNFSSandbox.h"
+#include "kxNFSServerTest.h"
 #include "nfs/NFSBrowse.h"
 #include "nfs/kxNFSTransfer.h"
 #include "xdr/nfs3_prot.h"
@@ -21,8 +22,6 @@
 using namespace kxNFSUtils;
 
 namespace {
-
-const std::vector<int> kGroups{0};
 
 std::vector<char> RandomBytes(size_t n, unsigned seed) {
     std::mt19937 gen(seed);
@@ -44,23 +43,8 @@ struct FragmentSwitch {
     ~FragmentSwitch() { g_NFSUtils_FragmentCorrectly = true; }
 };
 
-class NFSTransfer : public ::testing::Test {
+class NFSTransfer : public kxtest::NFSServerTest {
 protected:
-    void SetUp() override {
-        auto& sandbox = kxtest::NFSSandbox::Get();
-        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-        if (!sandbox.StartNFSServer()) {
-            if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-            FAIL() << sandbox.Failure();
-        }
-        root = sandbox.ExportRoot();
-    }
-
-    std::unique_ptr<NFSBrowse> Browse(eUseProtocol protocol) {
-        NFSBrowse* b = nullptr;
-        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), 0, kGroups, nullptr, protocol));
-        return std::unique_ptr<NFSBrowse>(b);
-    }
 
     // A new empty file at root + rel, made through the server.
     std::unique_ptr<DirEntry> Create(NFSBrowse& browse, const std::string& rel) {
@@ -69,7 +53,6 @@ protected:
         return e;
     }
 
-    std::string root;
 };
 
 TEST_F(NFSTransfer, EdgeSizesRoundTripOverBothTransports) {
