@@ -143,9 +143,9 @@ bool DecodeTransferReply(const char* record, size_t length, bool isRead, NFS3Tra
 
     uint32_t status;
     if (!c.U32(status)) return false;
-    // The enumeration holds values up to 16383 (its largest status, 10008, needs 14 bits);
-    // anything beyond cannot be stored in it and is the server's fault.
-    out.status = status <= 0x3FFF ? static_cast<nfsstat3>(status) : NFS3ERR_SERVERFAULT;
+    // Stored as it came, like the generated decoders do: the enumeration is based on unsigned int, and a
+    // status the error table does not know maps to its default.
+    out.status = static_cast<nfsstat3>(status);
     if (isRead) {
         if (!c.OptionalAttributes(kFattr3Bytes)) return false;
         if (out.status != NFS3_OK) return true;

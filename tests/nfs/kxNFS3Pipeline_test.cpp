@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "nfs/kxNFS3Pipeline.h"
+#include "nfs/kxNFSErrorMap.h"
 #include "nfs/kxRPCWrappers.h"
 
 using namespace kxNFSUtils;
@@ -197,9 +198,11 @@ TEST(NFS3PipelineWire, RefusalsAndHostileReplies) {
     ASSERT_TRUE(Decode(Words({5, REPLY, MSG_DENIED, RPC_MISMATCH, 2, 2}), true, r));
     EXPECT_EQ(RPC_VERSMISMATCH, r.rpc);
 
-    // A status the enumeration cannot hold is the server's fault, not a value to store.
+    // A status no table lists is kept as it came and translates to the table's default.
     ASSERT_TRUE(Decode(Words({5, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, 0x7FFFFFFF, 0}), true, r));
-    EXPECT_EQ(NFS3ERR_SERVERFAULT, r.status);
+    EXPECT_EQ(0x7FFFFFFF, static_cast<int>(r.status));
+    EXPECT_EQ(kxNFSUtils::g_NFSErrorMap.Default(),
+              kxNFSUtils::g_NFSErrorMap.TranslateError(r.status));
 
     EXPECT_FALSE(Decode(Words({5, CALL, MSG_ACCEPTED, 0, 0, SUCCESS, NFS3_OK}), true, r));
     EXPECT_FALSE(Decode(Words({5, REPLY, 7}), true, r)) << "neither accepted nor denied";

@@ -6,7 +6,9 @@
 #include <cstring>
 #include <vector>
 
+#include "nfs/kxNFSErrorMap.h"
 #include "xdr/mount_prot.h"
+#include "xdr/nfs3_prot.h"
 
 namespace {
 
@@ -47,4 +49,27 @@ TEST(kxXdrFuzzRegressions, MountFlavourListBeyondTheBoundAllocatesNothing) {
     EXPECT_EQ(static_cast<u_int>(MNTFLAVORS),
               res.mountres3_u.mountinfo.auth_flavors.auth_flavors_len);
     xdr_free(reinterpret_cast<xdrproc_t>(xdr_mountres3), reinterpret_cast<char*>(&res));
+}
+
+// Statuses and file types beyond every listed value (a hostile server's) are stored by the
+// generated decoders and read by the error tables; the enumerations are based on unsigned int, so this is a
+// value like any other (the sanitizer build used to stop here) and translates to the default.
+TEST(kxXdrFuzzRegressions, UnlistedStatusAndFileTypeAreOrdinaryValues) {
+    std::vector<char> bytes = Words({0x7FFFFFF0});
+    getattr3res res;
+    memset(&res, 0, sizeof res);
+    XDR x;
+    xdrmem_create(&x, bytes.data(), static_cast<u_int>(bytes.size()), XDR_DECODE);
+    ASSERT_TRUE(xdr_getattr3res(&x, &res));
+    XDR_DESTROY(&x);
+    EXPECT_EQ(kxNFSUtils::g_NFSErrorMap.Default(),
+              kxNFSUtils::g_NFSErrorMap.TranslateError(res.status));
+
+    std::vector<uint32_t> ok = {NFS3_OK, 99};
+    ok.resize(2 + 20, 0);  // the rest of fattr3: mode .. ctime, all zero
+    bytes = Words(ok);
+    xdrmem_create(&x, bytes.data(), static_cast<u_int>(bytes.size()), XDR_DECODE);
+    ASSERT_TRUE(xdr_getattr3res(&x, &res));
+    XDR_DESTROY(&x);
+    EXPECT_EQ(99, static_cast<int>(res.getattr3res_u.resok.obj_attributes.type));
 }
