@@ -143,8 +143,8 @@ bool DecodeTransferReply(const char* record, size_t length, bool isRead, NFS3Tra
 
     uint32_t status;
     if (!c.U32(status)) return false;
-    // Stored as it came, like the generated decoders do: the enumeration is based on unsigned int, and a
-    // status the error table does not know maps to its default.
+    // Stored as it came, like the generated decoders do (the enumeration is based on unsigned
+    // int); a status the error table does not list maps to its default.
     out.status = static_cast<nfsstat3>(status);
     if (isRead) {
         if (!c.OptionalAttributes(kFattr3Bytes)) return false;
