@@ -17,16 +17,22 @@ namespace {
 constexpr uint64_t kUnixEpochTicks = 116444736000000000ull;
 constexpr uint64_t kTicksPerSecond = 10000000ull;
 
-// Seconds and 100-ns ticks since 1970 (negative seconds before it).
-void SplitTime(uint64_t fileTime, int64_t& seconds, uint32_t& ticks) {
+// The _FILETIME value broken down in local time or UTC and formatted by `form` into text, and
+// the 100-ns ticks within its second. False when the system cannot represent the instant.
+bool BreakDown(uint64_t fileTime, bool utc, const char* form, char (&text)[64], uint32_t& ticks,
+               struct tm& tm) {
     const int64_t rel = static_cast<int64_t>(fileTime - kUnixEpochTicks);
-    seconds = rel / static_cast<int64_t>(kTicksPerSecond);
+    int64_t seconds = rel / static_cast<int64_t>(kTicksPerSecond);
     int64_t rest = rel % static_cast<int64_t>(kTicksPerSecond);
-    if (rest < 0) {
+    if (rest < 0) {  // before 1970: round the seconds down and keep the fraction positive
         rest += kTicksPerSecond;
         --seconds;
     }
     ticks = static_cast<uint32_t>(rest);
+    const time_t t = static_cast<time_t>(seconds);
+    if (static_cast<int64_t>(t) != seconds) return false;  // beyond a 32-bit time_t
+    if ((utc ? gmtime_r(&t, &tm) : localtime_r(&t, &tm)) == nullptr) return false;
+    return strftime(text, sizeof text, form, &tm) != 0;
 }
 
 std::string Format(const char* form, ...) __attribute__((format(printf, 1, 2)));
@@ -86,14 +92,11 @@ std::string ModeString(uint32_t type, uint32_t mode) {
 
 std::string LocalTime(uint64_t fileTime, bool full) {
     if (fileTime == 0) return "-";
-    int64_t seconds;
     uint32_t ticks;
-    SplitTime(fileTime, seconds, ticks);
-    const time_t t = static_cast<time_t>(seconds);
     struct tm tm {};
     char text[64];
-    if (static_cast<int64_t>(t) != seconds || localtime_r(&t, &tm) == nullptr ||
-        strftime(text, sizeof text, full ? "%Y-%m-%d %H:%M:%S" : "%Y-%m-%d %H:%M", &tm) == 0)
+    if (!BreakDown(fileTime, false, full ? "%Y-%m-%d %H:%M:%S" : "%Y-%m-%d %H:%M", text, ticks,
+                   tm))
         return "(time out of range)";
     if (!full) return text;
     char zone[16];
@@ -103,15 +106,10 @@ std::string LocalTime(uint64_t fileTime, bool full) {
 
 std::string UtcTime(uint64_t fileTime) {
     if (fileTime == 0) return "";
-    int64_t seconds;
     uint32_t ticks;
-    SplitTime(fileTime, seconds, ticks);
-    const time_t t = static_cast<time_t>(seconds);
     struct tm tm {};
     char text[64];
-    if (static_cast<int64_t>(t) != seconds || gmtime_r(&t, &tm) == nullptr ||
-        strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &tm) == 0)
-        return "";
+    if (!BreakDown(fileTime, true, "%Y-%m-%dT%H:%M:%S", text, ticks, tm)) return "";
     return Format("%s.%07uZ", text, ticks);
 }
 

@@ -52,9 +52,6 @@ public:
 
     kxNFSUtils::NFSBrowse& Browse() { return *m_browse; }
     const Arguments& Args() const { return m_args; }
-    // The identity new objects are created with: the credentials' user and primary group.
-    uint32_t Uid() const { return m_uid; }
-    uint32_t Gid() const { return m_gid; }
 
     // "HOST:PATH" escaped for the terminal.
     std::string Where(const std::string& path) const;
@@ -97,6 +94,7 @@ private:
     class Cancel;
 
     const Arguments& m_args;
+    // The identity new objects are created with: the credentials' user and primary group.
     uint32_t m_uid;
     uint32_t m_gid;
     std::unique_ptr<Cancel> m_cancel;

@@ -63,12 +63,18 @@ ssize_t ReadFull(int fd, char* data, size_t n) {
     return static_cast<ssize_t>(got);
 }
 
-// Checks that what was opened can be read as a file; the error line otherwise.
-bool IsReadable(Session& s, const std::string& path, const DirEntry& file, int& exit) {
-    if (file.type == kDirEntryRegular) return true;
-    exit = s.Fail(path, KX_E_NFS_WRONG_TYPE,
-                  file.type == kDirEntryDirectory ? "is a directory" : "not a regular file");
-    return false;
+// The regular file at path (a symbolic link followed; path becomes the path opened), with the
+// export's transfer sizes filled in. Null after the error line; exit is set then.
+std::unique_ptr<DirEntry> OpenForReading(Session& s, std::string& path, int& exit) {
+    std::unique_ptr<DirEntry> file = s.OpenFollowing(path, exit);
+    if (!file) return nullptr;
+    if (file->type != kDirEntryRegular) {
+        exit = s.Fail(path, KX_E_NFS_WRONG_TYPE,
+                      file->type == kDirEntryDirectory ? "is a directory" : "not a regular file");
+        return nullptr;
+    }
+    s.FillTransferSizes(path, *file);
+    return file;
 }
 
 // Copies the file into fd. kExitOk, kStopped, or the exit code after the error line. Reading
@@ -174,10 +180,8 @@ std::string LocalBaseName(const std::string& local) {
 int RunCat(Session& s) {
     std::string path = s.Args().path;
     int exit = kExitOk;
-    std::unique_ptr<DirEntry> file = s.OpenFollowing(path, exit);
+    std::unique_ptr<DirEntry> file = OpenForReading(s, path, exit);
     if (!file) return exit;
-    if (!IsReadable(s, path, *file, exit)) return exit;
-    s.FillTransferSizes(path, *file);
     const int rc = Download(s, path, *file, STDOUT_FILENO, "standard output", nullptr);
     if (rc == kStopped) DieOfStopSignal();
     return rc;
@@ -186,10 +190,8 @@ int RunCat(Session& s) {
 int RunGet(Session& s) {
     std::string path = s.Args().path;
     int exit = kExitOk;
-    std::unique_ptr<DirEntry> file = s.OpenFollowing(path, exit);
+    std::unique_ptr<DirEntry> file = OpenForReading(s, path, exit);
     if (!file) return exit;
-    if (!IsReadable(s, path, *file, exit)) return exit;
-    s.FillTransferSizes(path, *file);
 
     std::string local = s.Args().local;
     struct stat st {};
