@@ -52,8 +52,9 @@ public:
     // Mounts every export (once per object) and appends a record for each, in the server's
     // order, failed ones included (type kDirEntryInvalid). A mount the server refuses only
     // makes its record invalid: the call still returns true. False when the figures of a
-    // mounted export could not be read (FSSTAT/FSINFO/PATHCONF; its code in the last error, and
-    // its record invalid from then on) or the server lists none (KX_E_NFS_NO_EXPORT).
+    // mounted export could not be read (root attributes, FSSTAT, FSINFO, PATHCONF, or the browse
+    // was cancelled; its code in the last error, its record invalid from then on) or the
+    // server lists none (KX_E_NFS_NO_EXPORT).
     virtual bool Exports(std::vector<ExportInfo>& list) = 0;
     // Appends the export paths in the server's order; nothing is cleared first.
     virtual void ExportPaths(std::vector<std::string>& list) = 0;
