@@ -29,53 +29,21 @@ KCString Fmt(const char* fmt, ...) {
     return s;
 }
 
-TEST(KCStringFormat, EstimateOfCharactersAndStrings) {
-    EXPECT_EQ(Est("plain"), 5);
+// One case for each rule of the estimate.
+TEST(KCStringFormat, EstimateFollowsItsRules) {
     EXPECT_EQ(Est("100%%"), 4);
-    EXPECT_EQ(Est("%c", 'x'), 2);
-    EXPECT_EQ(Est("%C", 'x'), 2);
-    EXPECT_EQ(Est("%hc%lc%hC%lC", 'a', 'b', 'c', 'd'), 8);
-    EXPECT_EQ(Est("%5c", 'x'), 5);
-    EXPECT_EQ(Est("%.1c", 'x'), 1);
-    EXPECT_EQ(Est("%s", "hello"), 5);
+    EXPECT_EQ(Est("%c%5c", 'x', 'y'), 7);
+    EXPECT_EQ(Est("%s|%3.1s|%.*s", "hello", "hello", 2, "hello"), 12);
+    EXPECT_EQ(Est("%s%S", static_cast<const char*>(nullptr), L"wide"), 10);
     EXPECT_EQ(Est("%s", ""), 1);
-    EXPECT_EQ(Est("%s", static_cast<const char*>(nullptr)), 6);
-    EXPECT_EQ(Est("%hs%hS", "ab", "cde"), 5);
-    EXPECT_EQ(Est("%.2s", "hello"), 2);
-    EXPECT_EQ(Est("%.9s", "hello"), 5);
-    EXPECT_EQ(Est("%10s", "hello"), 10);
-    EXPECT_EQ(Est("%3.1s", "hello"), 3);
-    EXPECT_EQ(Est("%*s", 8, "ab"), 8);
-    EXPECT_EQ(Est("%.*s", 3, "hello"), 3);
-    EXPECT_EQ(Est("%S", L"wide"), 4);
-    EXPECT_EQ(Est("%ls%lS", L"ab", L""), 3);
-    EXPECT_EQ(Est("%S", static_cast<const wchar_t*>(nullptr)), 6);
-    EXPECT_EQ(Est("%.1ls", static_cast<const wchar_t*>(nullptr)), 1);
-}
-
-TEST(KCStringFormat, EstimateOfNumbers) {
-    EXPECT_EQ(Est("%d", 1), 32);
-    EXPECT_EQ(Est("%i%u%x%X%o", 1, 2, 3, 4, 5), 160);
-    EXPECT_EQ(Est("%40d", 1), 40);
-    EXPECT_EQ(Est("%20.30d", 1), 50);
-    EXPECT_EQ(Est("%-+ 05d", 1), 32);
+    EXPECT_EQ(Est("%d%20.30d", 1, 2), 82);
     EXPECT_EQ(Est("%#x", 255), 34);  // "#" adds room for "0x"
-    EXPECT_EQ(Est("%*.*d", 30, 10, 1), 40);
-    EXPECT_EQ(Est("%e", 1.0), 128);
-    EXPECT_EQ(Est("%g%G", 1.0, 2.0), 256);
-    EXPECT_EQ(Est("%200.10e", 1.0), 210);
-    EXPECT_EQ(Est("%p", nullptr), 32);
-    int count = 0;
-    EXPECT_EQ(Est("%n", &count), 0);
-    EXPECT_EQ(Est("%E", 1.0), 0);
-    EXPECT_EQ(Est("%y"), 0);
+    EXPECT_EQ(Est("%g%200.10e", 1.0, 2.0), 338);
+    EXPECT_EQ(Est("%n%E%y", static_cast<int*>(nullptr), 1.0), 0);
     EXPECT_EQ(Est("%"), 0);
     // "%f": the printed length with six more digits than asked for.
-    EXPECT_EQ(Est("%f", 3.25), static_cast<int>(strlen("3.250000")));
     EXPECT_EQ(Est("%.2f", 1.5), static_cast<int>(strlen("1.50000000")));
-    EXPECT_EQ(Est("%12f", -2.0), 12);
     EXPECT_EQ(Est("%f", DBL_MAX), 309 + 7);
-    EXPECT_EQ(Est("%Lf", static_cast<long double>(1.5)), 8);
 }
 
 TEST(KCStringFormat, EstimateTakesEachArgumentAtItsSize) {

@@ -65,16 +65,15 @@ def calendar_moments(rng):
         (9999, 12, 31, 0, 0, 0),
     ]
     moments = [dt.datetime(*f) for f in fixed]
-    # The first and last day of every month across a leap, a non-leap and a century year.
-    for year in (1899, 1900, 2000, 2023, 2024):
+    # The first and last day of every month of a leap year and of a century year that is not.
+    for year in (1900, 2024):
         for month in range(1, 13):
             first = dt.datetime(year, month, 1, 8, 15, 30)
             moments.append(first)
             moments.append(first.replace(month=month % 12 + 1, year=year + month // 12)
                            - dt.timedelta(days=1))
     # Year ends and leap days around the ends of 400-year cycles, centuries and 4-year blocks.
-    for year in (103, 104, 399, 400, 1599, 1600, 1699, 1700, 1703, 1704, 1799, 1800, 1999, 2000,
-                 2099, 2100, 2103, 2104, 2399, 2400, 9996, 9999):
+    for year in (104, 399, 400, 1700, 1704, 1800, 2100, 2400, 9996, 9999):
         moments.append(dt.datetime(year, 1, 1, 0, 0, 0))
         moments.append(dt.datetime(year, 2, 28, 23, 0, 0))
         moments.append(dt.datetime(year, 3, 1, 1, 0, 0))
@@ -84,7 +83,7 @@ def calendar_moments(rng):
             moments.append(dt.datetime(year, 2, 29, 12, 0, 0))
     lo = dt.datetime(100, 1, 2).toordinal()
     hi = dt.datetime(9999, 12, 30).toordinal()
-    for _ in range(400):
+    for _ in range(40):
         day = dt.datetime.fromordinal(rng.randint(lo, hi))
         moments.append(day.replace(hour=rng.randrange(24), minute=rng.randrange(60),
                                    second=rng.randrange(60)))
@@ -104,7 +103,7 @@ def rounding_moments(rng):
     moments = list(fixed)
     lo = dt.datetime(100, 1, 2).toordinal()
     hi = dt.datetime(9999, 12, 29).toordinal()
-    for _ in range(200):
+    for _ in range(20):
         day = dt.datetime.fromordinal(rng.randint(lo, hi))
         moments.append(day.replace(hour=rng.randrange(24), minute=rng.randrange(60),
                                    second=rng.randrange(60),
@@ -121,7 +120,8 @@ def rounding_moments(rng):
 def zone_instants():
     """Unix times around the daylight-saving changes of the test zones, and plain ones."""
     instants = [0, 1, 86399, 86400, 951782400, 1000000000, 1234567890, 1700000000, 2147483647]
-    for year in (1996, 2007, 2024, 2037):
+    # 1996 and 2007: years in which the two zones changed their rules.
+    for year in (1996, 2007):
         for zone in ZONES[1:]:
             tz = zoneinfo.ZoneInfo(zone)
             # Find the transitions by scanning the year hour by hour.
@@ -130,7 +130,7 @@ def zone_instants():
             for t in range(start, start + 366 * 86400, 3600):
                 offset = dt.datetime.fromtimestamp(t, tz).utcoffset()
                 if previous is not None and offset != previous:
-                    instants.extend([t - 3601, t - 1, t, t + 1, t + 3600])
+                    instants.extend([t - 1, t, t + 3600])
                 previous = offset
     return sorted(set(i for i in instants if 0 <= i <= 2147483647))
 
