@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "log/kxLogErrno.h"
 #include "platform/KFileABC.h"
 #include "platform/KMutex.h"
 
@@ -40,17 +41,17 @@ constexpr uint32_t kFutexTidMask = 0x3FFFFFFF;
 // The owner the C library records in a robust mutex that can no longer be taken.
 constexpr int kOwnerNotRecoverable = 0x7FFFFFFE;
 
-uint64_t NowNs() {
+uint64_t NowNs(kxEnv* env) {
     struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
+    if (env->ClockGetTime(CLOCK_MONOTONIC, &ts) != 0) return 0;
     return static_cast<uint64_t>(ts.tv_sec) * 1000000000ull + static_cast<uint64_t>(ts.tv_nsec);
 }
 
-void PauseNs(long ns) {
+void PauseNs(kxEnv* env, long ns) {
     struct timespec ts {
         0, ns
     };
-    nanosleep(&ts, nullptr);
+    env->NanoSleep(&ts, nullptr);
 }
 
 void CpuRelax() {
@@ -60,7 +61,7 @@ void CpuRelax() {
 }
 
 // One open-file-description lock call on [start, start + length) of fd.
-int RangeLock(int fd, int cmd, short type, int64_t start, int64_t length,
+int RangeLock(kxEnv* env, int fd, int cmd, short type, int64_t start, int64_t length,
               struct flock* out = nullptr) {
     struct flock lock;
     memset(&lock, 0, sizeof lock);
@@ -68,7 +69,7 @@ int RangeLock(int fd, int cmd, short type, int64_t start, int64_t length,
     lock.l_whence = SEEK_SET;
     lock.l_start = static_cast<off_t>(start);
     lock.l_len = static_cast<off_t>(length);
-    const int r = fcntl(fd, cmd, &lock);
+    const int r = env->FcntlLock(fd, cmd, &lock);
     if (out != nullptr) *out = lock;
     return r;
 }
@@ -90,7 +91,7 @@ long KLogLock::Open(const char* logPath, bool writer, unsigned long timeoutMs, K
     m_bWriter = writer;
     m_pLocal = local;
     m_sLockPath = std::string(logPath) + ".lock";
-    m_fdLog = open(logPath, (writer ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+    m_fdLog = m_pEnv->Open(logPath, (writer ? O_RDWR : O_RDONLY) | O_CLOEXEC, 0);
     if (m_fdLog < 0) return KX_E_FILE_OPEN;
     Found found = Attach(false);
     if (found != Found::kUsable && writer) {
@@ -98,9 +99,9 @@ long KLogLock::Open(const char* logPath, bool writer, unsigned long timeoutMs, K
         // file a last time (and makes it if there is none): a process that creates the lock
         // file afterwards then sees it. Dropped again if the mutex serves after all.
         Unmap();
-        RangeLock(m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
+        RangeLock(m_pEnv, m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
         found = Attach(true);
-        if (found == Found::kUsable) RangeLock(m_fdLog, F_OFD_SETLK, F_UNLCK, kxLogFileLockEnd, 1);
+        if (found == Found::kUsable) RangeLock(m_pEnv, m_fdLog, F_OFD_SETLK, F_UNLCK, kxLogFileLockEnd, 1);
     }
     switch (found) {
         case Found::kUsable: {
@@ -109,7 +110,7 @@ long KLogLock::Open(const char* logPath, bool writer, unsigned long timeoutMs, K
             const long status = SettleFileLockFlag(timeoutMs);
             if (status != KX_E_LOG_LOCK_FILE) return status;
             // A mutex that can never be taken again: the file lock for everyone.
-            if (writer) RangeLock(m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
+            if (writer) RangeLock(m_pEnv, m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
             __atomic_store_n(&m_pShared->fileLockMode, 1, __ATOMIC_SEQ_CST);
             m_mode.store(Mode::kFileLock, std::memory_order_relaxed);
             return KX_OK;
@@ -136,7 +137,7 @@ long KLogLock::Open(const char* logPath, bool writer, unsigned long timeoutMs, K
 }
 
 void KLogLock::Unmap() {
-    if (m_pShared != nullptr) munmap(m_pShared, KLogLockShared::kFileSize);
+    if (m_pShared != nullptr) m_pEnv->Munmap(m_pShared, KLogLockShared::kFileSize);
     m_pShared = nullptr;
     m_pJournal = nullptr;
     m_bSharedWritable = false;
@@ -144,7 +145,7 @@ void KLogLock::Unmap() {
 
 void KLogLock::Close() {
     Unmap();
-    if (m_fdLog >= 0) close(m_fdLog);  // drops every file lock this object held
+    if (m_fdLog >= 0) m_pEnv->Close(m_fdLog);  // drops every file lock this object held
     m_fdLog = -1;
     m_dwDepth = 0;
     m_bFileLockHeld = false;
@@ -163,30 +164,30 @@ KLogLock::Found KLogLock::Attach(bool mayCreate) {
     bool created = false;
     int fd = -1;
     if (mayCreate) {
-        fd = open(m_sLockPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        fd = m_pEnv->Open(m_sLockPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         created = fd >= 0;
     }
-    if (fd < 0) fd = open(m_sLockPath.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd < 0) fd = m_pEnv->Open(m_sLockPath.c_str(), O_RDWR | O_CLOEXEC, 0);
     if (fd < 0 && (errno == EACCES || errno == EPERM || errno == EROFS)) {
         writable = false;
-        fd = open(m_sLockPath.c_str(), O_RDONLY | O_CLOEXEC);
+        fd = m_pEnv->Open(m_sLockPath.c_str(), O_RDONLY | O_CLOEXEC, 0);
     }
     if (fd < 0) return errno == ENOENT ? Found::kMissing : Found::kUnusable;
     // Whoever may write the log may write its lock.
     struct stat st;
-    if (created && fstat(m_fdLog, &st) == 0) fchmod(fd, st.st_mode & 0666);
+    if (created && m_pEnv->Fstat(m_fdLog, &st) == 0) m_pEnv->Fchmod(fd, st.st_mode & 0666);
     const bool ready = Prepare(fd, m_bWriter && writable);
     void* map = MAP_FAILED;
-    if (ready && fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+    if (ready && m_pEnv->Fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
         st.st_size >= KLogLockShared::kFileSize)
-        map = mmap(nullptr, KLogLockShared::kFileSize,
-                   writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
-    close(fd);
+        map = m_pEnv->Mmap(nullptr, KLogLockShared::kFileSize,
+                           writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
+    m_pEnv->Close(fd);
     if (map == MAP_FAILED) return Found::kUnusable;
     KLogLockShared* shared = static_cast<KLogLockShared*>(map);
     if (__atomic_load_n(&shared->signature, __ATOMIC_ACQUIRE) != KLogLockShared::kSignature ||
         shared->version != KLogLockShared::kVersion) {
-        munmap(map, KLogLockShared::kFileSize);
+        m_pEnv->Munmap(map, KLogLockShared::kFileSize);
         return Found::kUnusable;
     }
     m_pShared = shared;
@@ -197,60 +198,60 @@ KLogLock::Found KLogLock::Attach(bool mayCreate) {
 
 namespace {
 
-bool HasSignature(int fd) {
+bool HasSignature(kxEnv* env, int fd) {
     uint32_t signature = 0;
-    return pread(fd, &signature, sizeof signature, 0) == sizeof signature &&
+    return env->Pread(fd, &signature, sizeof signature, 0) == sizeof signature &&
            signature == KLogLockShared::kSignature;
 }
 
 // Waits up to about five seconds for a whole-file lock on fd (a lock file is initialised in
 // well under a millisecond).
-bool LockWholeFile(int fd, short type) {
+bool LockWholeFile(kxEnv* env, int fd, short type) {
     for (int attempt = 0; attempt < 5000; ++attempt) {
-        if (RangeLock(fd, F_OFD_SETLK, type, 0, 0) == 0) return true;
-        if (errno != EAGAIN && errno != EACCES) return false;
-        PauseNs(1000000);
+        if (RangeLock(env, fd, F_OFD_SETLK, type, 0, 0) == 0) return true;
+        if (kxLogStatusFromErrno(errno) != KX_S_WAIT_TIMEOUT) return false;
+        PauseNs(env, 1000000);
     }
     return false;
 }
 
-bool Initialise(int fd) {
-    if (ftruncate(fd, KLogLockShared::kFileSize) != 0) return false;
-    void* map = mmap(nullptr, KLogLockShared::kFileSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+bool Initialise(kxEnv* env, int fd) {
+    if (env->Ftruncate(fd, KLogLockShared::kFileSize) != 0) return false;
+    void* map = env->Mmap(nullptr, KLogLockShared::kFileSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (map == MAP_FAILED) return false;
     KLogLockShared* shared = static_cast<KLogLockShared*>(map);
     memset(map, 0, KLogLockShared::kFileSize);
     shared->version = KLogLockShared::kVersion;
     shared->abi = ThisAbi();
     pthread_mutexattr_t attr;
-    bool ok = pthread_mutexattr_init(&attr) == 0;
+    bool ok = env->MutexAttrInit(&attr) == 0;
     if (ok) {
-        ok = pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED) == 0 &&
-             pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST) == 0 &&
-             pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE) == 0 &&
-             pthread_mutex_init(&shared->mutex, &attr) == 0;
-        pthread_mutexattr_destroy(&attr);
+        ok = env->MutexAttrSetPshared(&attr, PTHREAD_PROCESS_SHARED) == 0 &&
+             env->MutexAttrSetRobust(&attr, PTHREAD_MUTEX_ROBUST) == 0 &&
+             env->MutexAttrSetType(&attr, PTHREAD_MUTEX_RECURSIVE) == 0 &&
+             env->MutexInit(&shared->mutex, &attr) == 0;
+        env->MutexAttrDestroy(&attr);
     }
     if (ok) __atomic_store_n(&shared->signature, KLogLockShared::kSignature, __ATOMIC_RELEASE);
-    munmap(map, KLogLockShared::kFileSize);
+    env->Munmap(map, KLogLockShared::kFileSize);
     return ok;
 }
 
 }  // namespace
 
 bool KLogLock::Prepare(int fd, bool mayInitialise) {
-    if (HasSignature(fd)) return true;
+    if (HasSignature(m_pEnv, fd)) return true;
     // Being initialised (wait for it), abandoned half way, or new.
-    if (!LockWholeFile(fd, mayInitialise ? F_WRLCK : F_RDLCK)) return false;
-    bool ready = HasSignature(fd);
-    if (!ready && mayInitialise) ready = Initialise(fd);
-    RangeLock(fd, F_OFD_SETLK, F_UNLCK, 0, 0);
+    if (!LockWholeFile(m_pEnv, fd, mayInitialise ? F_WRLCK : F_RDLCK)) return false;
+    bool ready = HasSignature(m_pEnv, fd);
+    if (!ready && mayInitialise) ready = Initialise(m_pEnv, fd);
+    RangeLock(m_pEnv, fd, F_OFD_SETLK, F_UNLCK, 0, 0);
     return ready;
 }
 
 bool KLogLock::FileLockUserPresent() const {
     struct flock probe;
-    if (RangeLock(m_fdLog, F_OFD_GETLK, F_WRLCK, kxLogFileLockEnd, 1, &probe) != 0) return false;
+    if (RangeLock(m_pEnv, m_fdLog, F_OFD_GETLK, F_WRLCK, kxLogFileLockEnd, 1, &probe) != 0) return false;
     return probe.l_type != F_UNLCK;
 }
 
@@ -268,7 +269,7 @@ long KLogLock::SettleFileLockFlag(unsigned long timeoutMs) {
         __atomic_store_n(flag, 0, __ATOMIC_SEQ_CST);
         if (FileLockUserPresent()) __atomic_store_n(flag, 1, __ATOMIC_SEQ_CST);
     }
-    pthread_mutex_unlock(&m_pShared->mutex);
+    m_pEnv->MutexUnlock(&m_pShared->mutex);
     return KX_OK;
 }
 
@@ -279,14 +280,14 @@ long KLogLock::StartFileLockMode(unsigned long timeoutMs) {
     __atomic_store_n(&m_pShared->fileLockMode, 1, __ATOMIC_SEQ_CST);
     const uint32_t* futex = reinterpret_cast<const uint32_t*>(&m_pShared->mutex);
     const uint32_t holder = __atomic_load_n(futex, __ATOMIC_SEQ_CST) & kFutexTidMask;
-    const uint64_t deadline = NowNs() + static_cast<uint64_t>(timeoutMs) * 1000000ull;
+    const uint64_t deadline = NowNs(m_pEnv) + static_cast<uint64_t>(timeoutMs) * 1000000ull;
     // A dead holder's thread id is cleared by the kernel, so this ends for it too.
     while (holder != 0 && (__atomic_load_n(futex, __ATOMIC_SEQ_CST) & kFutexTidMask) == holder) {
-        if (NowNs() >= deadline) {
+        if (NowNs(m_pEnv) >= deadline) {
             Close();
             return KX_S_WAIT_TIMEOUT;
         }
-        PauseNs(100000);
+        PauseNs(m_pEnv, 100000);
     }
     m_pJournal = &m_pShared->journal;
     m_mode.store(Mode::kFileLock, std::memory_order_relaxed);
@@ -302,57 +303,50 @@ long KLogLock::LockMutex(unsigned long timeoutMs) {
     // try-lock would report it but keep the futex word taken, blocking everyone for good.
     if (__atomic_load_n(&m->__data.__owner, __ATOMIC_RELAXED) == kOwnerNotRecoverable)
         return KX_E_LOG_LOCK_FILE;
-    int r = pthread_mutex_trylock(m);
+    int r = m_pEnv->MutexTryLock(m);
     // Holders keep it for a fraction of a microsecond: a short spin usually beats sleeping.
     for (int spin = 0; r == EBUSY && spin < 10; ++spin) {
         for (int i = 0; i < 16; ++i) CpuRelax();
-        r = pthread_mutex_trylock(m);
+        r = m_pEnv->MutexTryLock(m);
     }
     if (r == EBUSY) {
-        const uint64_t deadlineNs = NowNs() + static_cast<uint64_t>(timeoutMs) * 1000000ull;
+        const uint64_t deadlineNs = NowNs(m_pEnv) + static_cast<uint64_t>(timeoutMs) * 1000000ull;
         struct timespec ts;
         ts.tv_sec = static_cast<time_t>(deadlineNs / 1000000000ull);
         ts.tv_nsec = static_cast<long>(deadlineNs % 1000000000ull);
-        r = pthread_mutex_clocklock(m, CLOCK_MONOTONIC, &ts);
+        r = m_pEnv->MutexClockLock(m, CLOCK_MONOTONIC, &ts);
     }
-    switch (r) {
-        case 0:
-            return KX_OK;
-        case EOWNERDEAD:
-            // The dead holder's append, if any, is still in the journal: the first holder with
-            // the ring mapped repairs it.
-            pthread_mutex_consistent(m);
-            return KX_OK;
-        case ETIMEDOUT:
-            return KX_S_WAIT_TIMEOUT;
-        case ENOTRECOVERABLE:
-            return KX_E_LOG_LOCK_FILE;
-        default:
-            return KX_E_FILE_LOCK;
+    if (r == EOWNERDEAD) {
+        // The dead holder's append, if any, is still in the journal: the first holder with the
+        // ring mapped repairs it.
+        m_pEnv->MutexConsistent(m);
+        return KX_OK;
     }
+    return kxLogStatusFromErrno(r);
 }
 
 long KLogLock::LockFileRange(unsigned long timeoutMs) const {
-    const uint64_t deadlineNs = NowNs() + static_cast<uint64_t>(timeoutMs) * 1000000ull;
+    const uint64_t deadlineNs = NowNs(m_pEnv) + static_cast<uint64_t>(timeoutMs) * 1000000ull;
     const short type = m_bWriter ? F_WRLCK : F_RDLCK;
     long pauseNs = 20000;
     for (unsigned attempt = 0;; ++attempt) {
-        if (RangeLock(m_fdLog, F_OFD_SETLK, type, 0, kxLogFileLockEnd) == 0) return KX_OK;
-        if (errno != EAGAIN && errno != EACCES) return KX_E_FILE_LOCK;
-        if (NowNs() >= deadlineNs) return KX_S_WAIT_TIMEOUT;
+        if (RangeLock(m_pEnv, m_fdLog, F_OFD_SETLK, type, 0, kxLogFileLockEnd) == 0) return KX_OK;
+        const long status = kxLogStatusFromErrno(errno);
+        if (status != KX_S_WAIT_TIMEOUT) return status;
+        if (NowNs(m_pEnv) >= deadlineNs) return KX_S_WAIT_TIMEOUT;
         // The holder usually lets go within microseconds: yield first, then sleep in growing
         // steps.
         if (attempt < 32) {
             sched_yield();
         } else {
-            PauseNs(pauseNs);
+            PauseNs(m_pEnv, pauseNs);
             pauseNs = std::min(pauseNs * 2, 1000000L);
         }
     }
 }
 
 void KLogLock::UnlockFileRange() const {
-    RangeLock(m_fdLog, F_OFD_SETLK, F_UNLCK, 0, kxLogFileLockEnd);
+    RangeLock(m_pEnv, m_fdLog, F_OFD_SETLK, F_UNLCK, 0, kxLogFileLockEnd);
 }
 
 // The whole wait is allowed to each lock taken in turn: the mutex is normally had at once, and
@@ -363,7 +357,7 @@ long KLogLock::Lock(unsigned long timeoutMs, KLogFile* image) {
         long status = LockMutex(timeoutMs);
         if (status == KX_E_LOG_LOCK_FILE) {
             // The mutex can never be taken again: every process moves to the file lock.
-            if (m_bWriter) RangeLock(m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
+            if (m_bWriter) RangeLock(m_pEnv, m_fdLog, F_OFD_SETLK, F_RDLCK, kxLogFileLockEnd, 1);
             __atomic_store_n(&m_pShared->fileLockMode, 1, __ATOMIC_SEQ_CST);
             m_mode.store(Mode::kFileLock, std::memory_order_relaxed);
             mode = Mode::kFileLock;
@@ -375,7 +369,7 @@ long KLogLock::Lock(unsigned long timeoutMs, KLogFile* image) {
                     status = LockFileRange(timeoutMs);
                     if (status != KX_OK) {
                         m_dwDepth = 0;
-                        pthread_mutex_unlock(&m_pShared->mutex);
+                        m_pEnv->MutexUnlock(&m_pShared->mutex);
                         return status;
                     }
                     m_bFileLockHeld = true;
@@ -411,7 +405,7 @@ void KLogLock::Unlock() {
         m_bFileLockHeld = false;
     }
     if (m_mode.load(std::memory_order_relaxed) == Mode::kMutex)
-        pthread_mutex_unlock(&m_pShared->mutex);
+        m_pEnv->MutexUnlock(&m_pShared->mutex);
     else if (outermost && m_pLocal != nullptr)
         m_pLocal->Unlock();
 }

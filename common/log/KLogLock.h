@@ -45,12 +45,12 @@
 #include <cstdint>
 #include <string>
 
+#include "base/kxEnv.h"
 #include "base/kxStatus.h"
 #include "log/KLogFile.h"
+#include "log/kxLogErrno.h"
 
 class KMutex;
-
-constexpr long KX_E_LOG_LOCK_FILE = kxStatus(0xE0010104);  // the lock file is unusable to a writer
 
 // The log file's bytes that the file lock covers, and the one after them that file-lock users
 // hold a read lock on while they have the log open (far past the largest log file).
@@ -85,7 +85,8 @@ class KLogLock {
 public:
     enum class Mode { kNone, kMutex, kFileLock };
 
-    KLogLock() = default;
+    // env: the system calls of this lock (see base/kxEnv.h); null means kxEnv::Default() now.
+    explicit KLogLock(kxEnv* env = nullptr) : m_pEnv(kxEnv::Or(env)) {}
     ~KLogLock() { Close(); }
     KLogLock(const KLogLock&) = delete;
     KLogLock& operator=(const KLogLock&) = delete;
@@ -131,6 +132,7 @@ private:
     long LockFileRange(unsigned long timeoutMs) const;
     void UnlockFileRange() const;
 
+    kxEnv* const m_pEnv;
     std::atomic<Mode> m_mode{Mode::kNone};
     bool m_bWriter = false;
     KMutex* m_pLocal = nullptr;
