@@ -1,23 +1,33 @@
 #include "base/kxHeap.h"
 
-#include <cstdlib>
 #include <new>
+
+#include "base/kxEnv.h"
 
 namespace kxHeap {
 
-FailHook g_pfnFailHook = nullptr;
-
-void* Malloc(size_t bytes) { return InjectFailure(bytes) ? nullptr : malloc(bytes); }
-
-void* Realloc(void* p, size_t bytes) { return InjectFailure(bytes) ? nullptr : realloc(p, bytes); }
-
-void Free(void* p) { free(p); }
-
-char* NewArray(size_t bytes) {
-    if (InjectFailure(bytes)) throw std::bad_alloc();
-    return new char[bytes];
+bool InjectFailure(size_t bytes) {
+    kxEnv* env = kxEnv::Default();
+    if (env == kxEnv::Posix()) return false;
+    void* p = env->Malloc(bytes);
+    if (p == nullptr) return true;
+    env->Free(p);
+    return false;
 }
 
-void DeleteArray(char* p) { delete[] p; }
+void* Malloc(size_t bytes) { return kxEnv::Default()->Malloc(bytes); }
+
+void* Realloc(void* p, size_t bytes) { return kxEnv::Default()->Realloc(p, bytes); }
+
+void Free(void* p) { kxEnv::Default()->Free(p); }
+
+char* NewArray(size_t bytes) {
+    // malloc(0) may answer null on success; a block of one byte never does.
+    void* p = kxEnv::Default()->Malloc(bytes != 0 ? bytes : 1);
+    if (p == nullptr) throw std::bad_alloc();
+    return static_cast<char*>(p);
+}
+
+void DeleteArray(char* p) { kxEnv::Default()->Free(p); }
 
 }  // namespace kxHeap
