@@ -11,7 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/kxPlatformCalls.h"
+#include "base/kxEnv.h"
+#include "platform/kxPlatformErrors.h"
 #include "platform/kxWin32.h"
 
 namespace {
@@ -26,13 +27,12 @@ void SecondsToFileTime(time_t seconds, _FILETIME* ft) {
 // Shared by GetFileAttributesA and GetFileAttributesExA; data may be null.
 DWORD QueryAttributes(const char* name, _WIN32_FILE_ATTRIBUTE_DATA* data) {
     if (name == nullptr) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_FILE_ATTRIBUTES;
     }
     struct stat st;
-    if (stat(name, &st) != 0) {
-        // ENOENT already equals ERROR_FILE_NOT_FOUND.
-        if (errno == EACCES) errno = ERROR_ACCESS_DENIED;
+    if (kxEnv::Default()->Stat(name, &st) != 0) {
+        SetLastError(kxWin32ErrorFromErrno(errno));
         return INVALID_FILE_ATTRIBUTES;
     }
     DWORD attributes = 0;
@@ -52,15 +52,16 @@ DWORD QueryAttributes(const char* name, _WIN32_FILE_ATTRIBUTE_DATA* data) {
 
 // Closes the descriptors of one copy however it ends.
 struct CopyDescriptors {
+    kxEnv* const env;
     int from = -1;
     int to = -1;
-    CopyDescriptors() = default;
+    explicit CopyDescriptors(kxEnv* e) : env(e) {}
     CopyDescriptors(const CopyDescriptors&) = delete;
     CopyDescriptors& operator=(const CopyDescriptors&) = delete;
     ~CopyDescriptors() {
-        const int saved = errno;  // keep the errno of the failure being reported
-        if (from != -1) close(from);
-        if (to != -1) close(to);
+        const int saved = errno;  // keep the last error of the failure being reported
+        if (from != -1) env->Close(from);
+        if (to != -1) env->Close(to);
         errno = saved;
     }
 };
@@ -68,28 +69,28 @@ struct CopyDescriptors {
 // The reason a copy failed travels as a thrown std::string inside CopyFileA only.
 typedef std::string CopyFailure;
 
-bool CopyMapped(int from, int to, off_t size) {
+bool CopyMapped(kxEnv* env, int from, int to, off_t size) {
     if (size <= 0 || static_cast<uint64_t>(size) > SIZE_MAX) return false;  // nothing to map
     const size_t length = static_cast<size_t>(size);
-    void* view = g_kxPlatformCalls.mmap(nullptr, length, PROT_READ, MAP_PRIVATE, from, 0);
+    void* view = env->Mmap(nullptr, length, PROT_READ, MAP_PRIVATE, from, 0);
     if (view == MAP_FAILED) return false;  // "FileMap::FileMap mmap"
-    const ssize_t written = g_kxPlatformCalls.write(to, view, length);
-    g_kxPlatformCalls.munmap(view, length);
+    const ssize_t written = env->Write(to, view, length);
+    env->Munmap(view, length);
     return written == static_cast<ssize_t>(length);  // else "CopyFile_Mmap write"
 }
 
-void CopyBuffered(int from, int to, off_t size) {
+void CopyBuffered(kxEnv* env, int from, int to, off_t size) {
     // A failed mapped copy may have written part of the target: start both files again at 0 so
     // that the target ends up an exact copy.
-    if (lseek(from, 0, SEEK_SET) != 0 || lseek(to, 0, SEEK_SET) != 0) throw CopyFailure("CopyFile_Buffered");
+    if (env->Lseek(from, 0, SEEK_SET) != 0 || env->Lseek(to, 0, SEEK_SET) != 0) throw CopyFailure("CopyFile_Buffered");
     const size_t kChunk = 65536;
     std::vector<char> buffer(kChunk);
     off_t total = 0;
     ssize_t got;
     do {
-        got = g_kxPlatformCalls.read(from, buffer.data(), kChunk);
+        got = env->Read(from, buffer.data(), kChunk);
         if (got < 0) throw CopyFailure("CopyFile_Buffered");
-        if (g_kxPlatformCalls.write(to, buffer.data(), static_cast<size_t>(got)) != got)
+        if (env->Write(to, buffer.data(), static_cast<size_t>(got)) != got)
             throw CopyFailure("CopyFile_Buffered");
         total += got;
     } while (got == static_cast<ssize_t>(kChunk));
@@ -102,7 +103,7 @@ DWORD GetFileAttributesA(const char* name) { return QueryAttributes(name, nullpt
 
 BOOL GetFileAttributesExA(const char* name, GET_FILEEX_INFO_LEVELS level, _WIN32_FILE_ATTRIBUTE_DATA* data) {
     if (level != GetFileExInfoStandard) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     if (name != nullptr) {
@@ -116,22 +117,24 @@ BOOL SetFileAttributesA(const char*, DWORD) { return TRUE; }
 
 BOOL CopyFileA(const char* existingName, const char* newName, BOOL failIfExists) {
     if (existingName == nullptr || newName == nullptr) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
+    kxEnv* env = kxEnv::Default();
     try {
         struct stat st;
-        if (failIfExists && stat(newName, &st) == 0) {
-            errno = EEXIST;
+        if (failIfExists && env->Stat(newName, &st) == 0) {
+            SetLastError(EEXIST);
             throw CopyFailure("CopyFileA target file " + std::string(newName) + " exists");
         }
-        CopyDescriptors fds;
-        fds.from = open(existingName, O_RDONLY);
+        CopyDescriptors fds(env);
+        fds.from = env->Open(existingName, O_RDONLY, 0);
         if (fds.from == -1) throw CopyFailure("FileHandle::FileHandle open " + std::string(existingName));
-        if (fstat(fds.from, &st) != 0) throw CopyFailure("CopyFileA fstat " + std::string(existingName));
-        fds.to = open(newName, O_WRONLY | O_CREAT | O_TRUNC, st.st_mode & 07777);
+        if (env->Fstat(fds.from, &st) != 0) throw CopyFailure("CopyFileA fstat " + std::string(existingName));
+        fds.to = env->Open(newName, O_WRONLY | O_CREAT | O_TRUNC, st.st_mode & 07777);
         if (fds.to == -1) throw CopyFailure("FileHandle::FileHandle open " + std::string(newName));
-        if (!CopyMapped(fds.from, fds.to, st.st_size)) CopyBuffered(fds.from, fds.to, st.st_size);
+        if (!CopyMapped(env, fds.from, fds.to, st.st_size))
+            CopyBuffered(env, fds.from, fds.to, st.st_size);
         return TRUE;
     } catch (const CopyFailure&) {
         return FALSE;
@@ -140,32 +143,32 @@ BOOL CopyFileA(const char* existingName, const char* newName, BOOL failIfExists)
 
 BOOL CreateDirectoryA(const char* name, _SECURITY_ATTRIBUTES*) {
     if (name == nullptr) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    return mkdir(name, 0777) == 0;
+    return kxEnv::Default()->Mkdir(name, 0777) == 0;
 }
 
 BOOL RemoveDirectoryA(const char* name) {
     if (name == nullptr) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    return rmdir(name) == 0;
+    return kxEnv::Default()->Rmdir(name) == 0;
 }
 
 BOOL MoveFileA(const char* existingName, const char* newName) {
     if (existingName == nullptr || newName == nullptr) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    return rename(existingName, newName) == 0;
+    return kxEnv::Default()->Rename(existingName, newName) == 0;
 }
 
 BOOL DeleteFileA(const char* name) {
     if (name == nullptr) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    return unlink(name) == 0;
+    return kxEnv::Default()->Unlink(name) == 0;
 }

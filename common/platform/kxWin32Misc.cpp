@@ -10,17 +10,19 @@
 #include <cstring>
 #include <memory>
 
+#include "base/kxEnv.h"
+#include "platform/kxPlatformErrors.h"
 #include "platform/kxWin32.h"
 
 void* VirtualAlloc(void* address, size_t size, DWORD allocationType, DWORD protect) {
     if (address != nullptr || allocationType != MEM_COMMIT || protect != PAGE_READWRITE) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     void* memory = nullptr;
-    const int rc = posix_memalign(&memory, 65536, size);
+    const int rc = kxEnv::Default()->PosixMemalign(&memory, 65536, size);
     if (rc != 0) {
-        errno = rc;
+        SetLastError(static_cast<DWORD>(rc));
         return nullptr;
     }
     return memory;
@@ -28,10 +30,10 @@ void* VirtualAlloc(void* address, size_t size, DWORD allocationType, DWORD prote
 
 BOOL VirtualFree(void* address, size_t size, DWORD freeType) {
     if (size != 0 || freeType != MEM_RELEASE) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    free(address);
+    kxEnv::Default()->Free(address);
     return TRUE;
 }
 
@@ -40,7 +42,7 @@ long CoCreateGuid(_GUID* guid) {
     memset(guid, 0, sizeof(*guid));
 
     struct timeval tv;
-    gettimeofday(&tv, nullptr);
+    if (kxEnv::Default()->GetTimeOfDay(&tv) != 0) tv = timeval{};
     // The offset of 203932800 seconds is this library's own epoch for identifiers.
     const uint64_t seconds = static_cast<uint64_t>(static_cast<uint32_t>(tv.tv_sec)) + 203932800u;
     const uint64_t t = (seconds * 1000000u + static_cast<uint64_t>(tv.tv_usec)) * 10u;
@@ -73,11 +75,11 @@ DWORD GetTempPathA(DWORD bufferLength, char* buffer) {
     const size_t n = strlen(dir);
     // Room for a '/' is demanded even when the text already ends with one.
     if (n + 2 > bufferLength) {
-        errno = ERROR_INSUFFICIENT_BUFFER;
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return 0;
     }
     if (buffer == nullptr) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
     memcpy(buffer, dir, n);
@@ -89,7 +91,7 @@ DWORD GetTempPathA(DWORD bufferLength, char* buffer) {
 
 BOOL PathMatchSpec(const char* name, const char* pattern) {
     if (name == nullptr || pattern == nullptr) {
-        errno = ERROR_INVALID_PARAMETER;
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     return fnmatch(pattern, name, FNM_NOESCAPE) == 0;

@@ -5,14 +5,13 @@
 #include <utime.h>
 
 #include <gtest/gtest.h>
-#include "kxScopedRestore.h"
 
 #include <cerrno>
 #include <fstream>
 #include <string>
 
 #include "kxTestProcess.h"
-#include "platform/kxPlatformCalls.h"
+#include "base/kxEnv.h"
 #include "platform/kxWin32.h"
 
 namespace {
@@ -124,50 +123,70 @@ TEST(kxWin32Files, CopyMakesAnExactCopyWithTheSourceModeOnlyForNewTargets) {
     EXPECT_EQ(ERROR_INVALID_PARAMETER, errno);
 }
 
+// The copy's mapping, write and read calls, failing as each case asks.
+class CopyFaults : public kxEnvWrapper {
+public:
+    bool failMmap = false;
+    bool halveFirstWrite = false;  // the first write of more than a byte moves half of it
+    bool shortWrites = false;      // every write moves one byte less than asked
+    bool failRead = false;         // read: EIO
+
+    void* Mmap(void* address, size_t length, int prot, int flags, int fd, off_t offset) override {
+        if (failMmap) {
+            errno = ENODEV;
+            return MAP_FAILED;
+        }
+        return kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
+    }
+    ssize_t Write(int fd, const void* buffer, size_t count) override {
+        if (halveFirstWrite && count > 1) {
+            halveFirstWrite = false;
+            count /= 2;
+        } else if (shortWrites) {
+            return count > 0 ? static_cast<ssize_t>(count - 1) : 0;
+        }
+        return kxEnvWrapper::Write(fd, buffer, count);
+    }
+    ssize_t Read(int fd, void* buffer, size_t count) override {
+        if (failRead) {
+            errno = EIO;
+            return -1;
+        }
+        return kxEnvWrapper::Read(fd, buffer, count);
+    }
+};
+
 TEST(kxWin32Files, CopyFallsBackToBufferedCopyWhenTheMappedCopyFails) {
     kxtest::TempDir dir;
     const std::string from = dir / "from", to = dir / "to";
-    kxtest::ScopedRestore<KPlatformCalls> restore(g_kxPlatformCalls);
     for (size_t size : {size_t{1}, size_t{65535}, size_t{65536}, size_t{2 * 65536}, size_t{2 * 65536 + 1}}) {
         const std::string content = Pattern(size);
         WriteFile(from, content);
-
-        g_kxPlatformCalls = kxPlatformDefaultCalls();
-        g_kxPlatformCalls.mmap = [](void*, size_t, int, int, int, off_t) -> void* {
-            errno = ENODEV;
-            return MAP_FAILED;
-        };
-        EXPECT_TRUE(CopyFileA(from.c_str(), to.c_str(), FALSE)) << size;
-        EXPECT_EQ(content, kxtest::ReadFile(to)) << size;
-
+        {
+            CopyFaults env;
+            env.failMmap = true;
+            kxScopedEnv scope(&env);
+            EXPECT_TRUE(CopyFileA(from.c_str(), to.c_str(), FALSE)) << size;
+            EXPECT_EQ(content, kxtest::ReadFile(to)) << size;
+        }
         // A short write from the mapping leaves part of the target written; the buffered copy
         // must still produce an exact copy, not the source appended to a fragment.
-        g_kxPlatformCalls = kxPlatformDefaultCalls();
-        static bool firstWrite;
-        firstWrite = true;
-        g_kxPlatformCalls.write = [](int fd, const void* buffer, size_t count) -> ssize_t {
-            if (firstWrite && count > 1) {
-                firstWrite = false;
-                return ::write(fd, buffer, count / 2);
-            }
-            return ::write(fd, buffer, count);
-        };
-        EXPECT_TRUE(CopyFileA(from.c_str(), to.c_str(), FALSE)) << size;
-        EXPECT_EQ(content, kxtest::ReadFile(to)) << size;
+        {
+            CopyFaults env;
+            env.halveFirstWrite = true;
+            kxScopedEnv scope(&env);
+            EXPECT_TRUE(CopyFileA(from.c_str(), to.c_str(), FALSE)) << size;
+            EXPECT_EQ(content, kxtest::ReadFile(to)) << size;
+        }
     }
 
     // When the buffered copy fails as well, the copy fails.
-    g_kxPlatformCalls = kxPlatformDefaultCalls();
-    g_kxPlatformCalls.mmap = [](void*, size_t, int, int, int, off_t) -> void* { return MAP_FAILED; };
-    g_kxPlatformCalls.write = [](int, const void*, size_t count) -> ssize_t {
-        return count > 0 ? static_cast<ssize_t>(count - 1) : 0;
-    };
+    CopyFaults env;
+    kxScopedEnv scope(&env);
+    env.failMmap = true;
+    env.shortWrites = true;
     EXPECT_FALSE(CopyFileA(from.c_str(), to.c_str(), FALSE));
-    g_kxPlatformCalls.write = [](int, const void*, size_t) -> ssize_t { return 0; };
-    g_kxPlatformCalls.read = [](int, void*, size_t) -> ssize_t {
-        errno = EIO;
-        return -1;
-    };
+    env.failRead = true;
     EXPECT_FALSE(CopyFileA(from.c_str(), to.c_str(), FALSE));
     EXPECT_EQ(EIO, errno);
 }
