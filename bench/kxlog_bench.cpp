@@ -41,7 +41,7 @@
 
 #include "log/KLogLock.h"
 #include "log/KLogStream.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/KFileUnix.h"
 #include "platform/KMutex.h"
 

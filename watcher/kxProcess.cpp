@@ -7,7 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 namespace kxProcess {
 

@@ -9,7 +9,7 @@
 
 #include "kxProcess.h"
 #include "kxWatcherArgs.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 int32_t nRetries = 10;
 uint32_t nRetryDelay = 5;

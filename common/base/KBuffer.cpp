@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "base/kxMem.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 namespace {
 

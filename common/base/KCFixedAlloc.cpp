@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 // Under AddressSanitizer free elements are poisoned, so that a block used after it was given
 // back is reported like any heap use-after-free.

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "base/KCPlex.h"
-#include "platform/KCriticalSection.h"
+#include "base/KCriticalSection.h"
 
 class KCFixedAlloc {
 public:

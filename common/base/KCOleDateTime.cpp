@@ -4,7 +4,7 @@
 #include <ctime>
 
 #include "base/kxTimeUtils.h"
-#include "platform/kxWin32.h"
+#include "base/kxWin32Time.h"
 
 using namespace kxTimeUtils;
 

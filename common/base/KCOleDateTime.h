@@ -14,7 +14,7 @@
 
 #include "base/KCOleDateTimeSpan.h"
 #include "base/KCString.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 class KCOleDateTime {
 public:

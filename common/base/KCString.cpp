@@ -11,7 +11,7 @@
 #include "base/KCFixedAlloc.h"
 #include "base/kxHeap.h"
 #include "base/kxInterlock.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 using kxStrUtils::_afxPchNil;
 

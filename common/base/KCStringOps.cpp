@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "base/KCString.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 namespace {
 

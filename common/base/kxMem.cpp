@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "base/kxHeap.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 namespace {
 

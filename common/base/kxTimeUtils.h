@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <ctime>
 
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 namespace kxTimeUtils {
 

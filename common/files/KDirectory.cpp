@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/KFile.h"
 
 KDirectory::GlobFunction KDirectory::s_glob = &::glob;

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 class KDirectoryBase {
 public:

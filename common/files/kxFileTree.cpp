@@ -10,7 +10,7 @@
 #include "files/KDirectory.h"
 #include "files/kxFileUtils.h"
 #include "files/kxPath.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/kxWin32.h"
 
 namespace kxFileUtils {

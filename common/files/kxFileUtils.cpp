@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "base/KCString.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/kxWin32.h"
 
 namespace kxFileUtils {

@@ -22,7 +22,7 @@
 #include <string>
 
 #include "base/kxStatus.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 class KCString;
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <strings.h>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 namespace kxPath {
 namespace {

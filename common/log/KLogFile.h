@@ -24,8 +24,8 @@
 #include <cstdint>
 
 #include "base/kxStatus.h"
-#include "log/kxLog.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxLog.h"
+#include "base/kxWin32Types.h"
 
 // Type of a record: four ASCII letters when read from a little-endian file.
 enum kxLogRecType : uint32_t {

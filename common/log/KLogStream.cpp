@@ -14,7 +14,7 @@
 #include <cwchar>
 #include <vector>
 
-#include "log/kxLogFormat.h"
+#include "base/kxLogFormat.h"
 #include "log/kxLogProcess.h"
 #include "platform/kxWin32.h"
 

@@ -32,7 +32,7 @@
 
 #include "log/KLogFile.h"
 #include "log/KLogLock.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/KFile.h"
 #include "platform/KMutex.h"
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "log/KLogStream.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/KFileUnix.h"
 #include "platform/kxWin32.h"
 

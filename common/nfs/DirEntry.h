@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "nfs/kxNFSStatus.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 struct fattr3;
 struct nfstime3;

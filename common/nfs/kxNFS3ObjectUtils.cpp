@@ -4,7 +4,7 @@
 
 #include "nfs/NFSBrowse.h"
 #include "nfs/kxNFS3Call.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 namespace kxNFSUtils {
 

@@ -11,7 +11,7 @@
 #include <map>
 #include <string>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "nfs/kxNFSStatus.h"
 #include "xdr/mount_prot.h"
 #include "xdr/nfs3_prot.h"

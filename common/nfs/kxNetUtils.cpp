@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 namespace kxNetUtils {
 

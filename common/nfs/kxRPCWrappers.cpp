@@ -10,7 +10,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/KCriticalSection.h"
+#include "base/KCriticalSection.h"
 #include "platform/kxSysInfo.h"
 
 namespace kxNFSUtils {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/KFileNameCache.h"
 #include "platform/KFileUnix.h"
 

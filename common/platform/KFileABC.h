@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "base/kxStatus.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 constexpr long KX_E_FILE_OPEN = kxStatus(0xE0020101);       // open failed (not "not found")
 constexpr long KX_E_FILE_STAT = kxStatus(0xE0020103);       // fstat, lseek or truncate failed

@@ -5,7 +5,7 @@
 #include "base/KCOleDateTime.h"
 #include "base/KCOleDateTimeSpan.h"
 #include "nfs/kxNetUtils.h"
-#include "platform/KCriticalSection.h"
+#include "base/KCriticalSection.h"
 #include "platform/kxSysInfo.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/kxPlatformCalls.h"
 
 namespace {

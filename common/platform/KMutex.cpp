@@ -12,7 +12,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "platform/kxPlatformCalls.h"
 #include "platform/kxWin32.h"
 

@@ -1,6 +1,6 @@
 // The log formatter against the C library's vsnprintf: the same bytes and the same result for
 // every format, whether formatted here or handed on.
-#include "log/kxLogFormat.h"
+#include "base/kxLogFormat.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 #include "gtest/gtest.h"
 #include "kxSyslogCapture.h"
 #include "log/KLogStream.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 namespace {
 

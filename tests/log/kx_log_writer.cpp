@@ -30,7 +30,7 @@
 
 #include "log/KLogLock.h"
 #include "log/KLogStream.h"
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 #include "log/kxLogRead.h"
 
 namespace {

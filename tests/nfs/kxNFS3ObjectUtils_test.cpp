@@ -4,7 +4,7 @@
 
 #include "nfs/NFSBrowse.h"
 #include "nfs/kxNFS3ObjectUtils.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 #include "xdr/nfs3_prot.h"
 
 using namespace kxNFSUtils;

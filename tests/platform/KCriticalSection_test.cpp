@@ -1,4 +1,4 @@
-#include "platform/KCriticalSection.h"
+#include "base/KCriticalSection.h"
 
 #include <gtest/gtest.h>
 #include "kxScopedRestore.h"

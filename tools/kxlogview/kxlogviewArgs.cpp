@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 namespace kxlogview {
 

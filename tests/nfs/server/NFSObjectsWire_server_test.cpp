@@ -11,7 +11,7 @@
 #include "kxFakeBrowse.h"
 #include "kxLogCapture.h"
 #include "nfs/NFSBrowse.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 #include "xdr/nfs3_prot.h"
 
 using namespace kxNFSUtils;

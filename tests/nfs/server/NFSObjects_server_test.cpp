@@ -13,7 +13,7 @@
 #include "kxLogCapture.h"
 #include "kxNFSSandbox.h"
 #include "nfs/NFSBrowse.h"
-#include "platform/kxWin32Types.h"
+#include "base/kxWin32Types.h"
 
 using namespace kxNFSUtils;
 

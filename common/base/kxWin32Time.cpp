@@ -9,7 +9,7 @@
 #include <ctime>
 #include <limits>
 
-#include "platform/kxWin32.h"
+#include "base/kxWin32Time.h"
 
 namespace {
 

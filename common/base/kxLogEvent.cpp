@@ -1,7 +1,7 @@
 // System-log messages and exception reports of the logging front end.
 #include <syslog.h>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 namespace {
 

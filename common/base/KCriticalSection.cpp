@@ -1,9 +1,9 @@
-#include "platform/KCriticalSection.h"
+#include "base/KCriticalSection.h"
 
 #include <cerrno>
 #include <stdexcept>
 
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 // Constant-initialised, so it is ready before any static KCriticalSection is constructed.
 KCriticalSectionCalls g_kxCriticalSectionCalls = {

@@ -1,5 +1,5 @@
 // The printf and string families of the logging front end.
-#include "log/kxLog.h"
+#include "base/kxLog.h"
 
 #include <cstdio>
 

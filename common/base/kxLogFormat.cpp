@@ -1,4 +1,4 @@
-#include "log/kxLogFormat.h"
+#include "base/kxLogFormat.h"
 
 #include <cstdint>
 #include <cstdio>
