@@ -1,7 +1,9 @@
 #include "log/KLogStream.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +16,7 @@
 #include <cwchar>
 #include <vector>
 
+#include "base/kxEnv.h"
 #include "base/kxLogFormat.h"
 #include "log/kxLogProcess.h"
 #include "platform/kxWin32.h"
@@ -28,6 +31,39 @@ constexpr uint32_t kMaxFileSize = 0x40000000u;  // kMaxSizeKB * 1024
 }  // namespace
 
 // ---- construction and release --------------------------------------------------------------
+
+// The named mutex is taken before the file, and so its lock file, is known; the log file's lock
+// once the file is open. Both are held until the constructor's work is done or has failed.
+class KLogStream::OpenLocks {
+public:
+    explicit OpenLocks(KLogStream* stream) : m_pStream(stream) {}
+    ~OpenLocks() {
+        if (m_bLogLock) m_pStream->m_Lock.Unlock();
+        if (m_bMutex) m_pStream->m_Mutex.Unlock();
+    }
+    OpenLocks(const OpenLocks&) = delete;
+    OpenLocks& operator=(const OpenLocks&) = delete;
+
+    // LockLogfile while the log's lock is not attached yet: the named mutex.
+    long TakeMutex(unsigned long timeoutMs, unsigned long tries) {
+        const long status = m_pStream->LockLogfile(timeoutMs, tries);
+        m_bMutex = status == KX_OK;
+        return status;
+    }
+    // Attaches to the open file's lock and takes it.
+    long TakeLogLock(const char* path, bool writer, unsigned long timeoutMs) {
+        KLogLock& lock = m_pStream->m_Lock;
+        long status = lock.Open(path, writer, timeoutMs, &m_pStream->m_Mutex);
+        if (status == KX_OK) status = lock.Lock(timeoutMs, nullptr);
+        m_bLogLock = status == KX_OK;
+        return status;
+    }
+
+private:
+    KLogStream* m_pStream;
+    bool m_bMutex = false;
+    bool m_bLogLock = false;
+};
 
 KLogStream::KLogStream() = default;
 
@@ -46,7 +82,6 @@ KLogStream::KLogStream(const char* dir, const char* name, unsigned long sizeKB,
         m_lOpenStatus = KX_E_UNHANDLED_EXCEPTION;
     }
     if (m_lOpenStatus != KX_OK) {
-        ReleaseConstructionLocks();
         ReleaseResources();
         m_dwSignature = kSignatureReset;
     }
@@ -61,7 +96,6 @@ KLogStream::KLogStream(const char* path) : m_bReadOnly(true) {
         m_lOpenStatus = KX_E_UNHANDLED_EXCEPTION;
     }
     if (m_lOpenStatus != KX_OK) {
-        ReleaseConstructionLocks();
         ReleaseResources();
         m_dwSignature = kSignatureReset;
     }
@@ -81,8 +115,7 @@ long KLogStream::ReleaseResources() {
     return KX_OK;
 }
 
-// Steps of the file-backed constructor. Returns with the locks held on success; on failure the
-// caller unlocks and releases.
+// Steps of the file-backed constructor. On failure the caller releases what was acquired.
 long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
                       bool writeStartRec) {
     std::string path = dir;
@@ -102,16 +135,22 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
     // Another process made the lock object: it has the file in use, so never re-create it.
     lockObjectExisted = lockObjectExisted || errno == ERROR_ALREADY_EXISTS;
 
-    status = LockLogfile(30000, 4);
+    OpenLocks locks(this);
+    status = locks.TakeMutex(30000, 4);
     if (status != KX_OK) return status;
-    m_bMutexHeld = true;
 
     if (m_File.CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                            FILE_ATTRIBUTE_NORMAL, nullptr) != 0 ||
         !m_File.IsOpen())
         return KX_E_FILE_OPEN;
-    status = AttachLock(path.c_str(), true, 120000);
+    status = locks.TakeLogLock(path.c_str(), true, 120000);
+    if (status != KX_OK) return status;
+
+    // A resize that a killed process left half done is settled before anything else looks at
+    // the file.
+    bool recovered = false;
+    status = RecoverResize(path, &recovered);
     if (status != KX_OK) return status;
 
     // The file's state is judged only now, under the lock: another process may have created
@@ -160,97 +199,220 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
 
     // An append that a dead writer left in the journal describes the old ring when the file
     // was just rebuilt; otherwise it is finished or undone now.
-    if (recreate || resize) m_Lock.ClearJournal();
+    if (recreate || resize || recovered) m_Lock.ClearJournal();
     m_Lock.Repair(m_pImage);
+    // A resized image already ends with its "RESZ" record.
     if (recreate && writeStartRec) m_pImage->WriteStartRec();
-    if (resize) m_pImage->WriteResizeRec(oldKB, sizeKB);
 
     // From here on the stream reports its failures as statuses only: a failure logged from
     // inside an append would come straight back into this stream.
     m_File.SetLogErrors(false);
     m_dwSignature = kSignatureLive;
     TouchLogfile();
-    ReleaseConstructionLocks();
     return KX_OK;
 }
 
-long KLogStream::AttachLock(const char* path, bool writer, unsigned long timeoutMs) {
-    long status = m_Lock.Open(path, writer, timeoutMs, &m_Mutex);
-    if (status != KX_OK) return status;
-    return m_Lock.Lock(timeoutMs, nullptr);
+// ---- resizing ------------------------------------------------------------------------------
+
+namespace {
+
+void (*g_pResizeHook)(KLogStream::ResizeStep) = nullptr;
+
+void Reached(KLogStream::ResizeStep step) {
+    if (g_pResizeHook != nullptr) g_pResizeHook(step);
 }
 
-void KLogStream::ReleaseConstructionLocks() {
-    m_Lock.Unlock();
-    if (m_bMutexHeld) m_Mutex.Unlock();
-    m_bMutexHeld = false;
+// Forces what was written to `path` to disk; for a directory, the names in it.
+bool SyncToDisk(const std::string& path, bool directory) {
+    kxEnv* env = kxEnv::Default();
+    const int fd = env->Open(path.c_str(), O_RDONLY | O_CLOEXEC | (directory ? O_DIRECTORY : 0), 0);
+    if (fd < 0) return false;
+    const bool ok = env->Fsync(fd) == 0;
+    env->Close(fd);
+    return ok;
+}
+
+// The directory a log path lies in. A path without '/' was joined with '\', which names a file
+// in the current directory here.
+std::string DirectoryOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// The new image while a file is resized: the scratch file, mapped, or memory when that file
+// cannot be made or mapped. The file is removed when this ends unless it is kept.
+class ResizeScratch {
+public:
+    ResizeScratch(const std::string& name, uint32_t size) : m_sName(name) {
+        if (m_File.CreateFileA(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                               CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY, nullptr) == 0)
+            m_pImage = m_File.MapFile(nullptr, PAGE_READWRITE, 0, size, name.c_str());
+        if (m_pImage == nullptr) {
+            Remove();
+            m_pImage = VirtualAlloc(nullptr, size, MEM_COMMIT, PAGE_READWRITE);
+            m_bInMemory = m_pImage != nullptr;
+        }
+    }
+    ~ResizeScratch() {
+        if (m_bInMemory) VirtualFree(m_pImage, 0, MEM_RELEASE);
+        if (!m_bKeep) Remove();
+    }
+    ResizeScratch(const ResizeScratch&) = delete;
+    ResizeScratch& operator=(const ResizeScratch&) = delete;
+
+    void* Image() const { return m_pImage; }
+    // Puts the file and its name on disk. Nothing to do for memory, which no crash leaves.
+    long Flush() {
+        if (m_bInMemory) return KX_OK;
+        return m_File.FlushViewOfFile(nullptr, 0) && SyncToDisk(DirectoryOf(m_sName), true)
+                   ? KX_OK
+                   : KX_E_FILE_FLUSH;
+    }
+    void Keep(bool keep) { m_bKeep = keep; }
+    void Remove() {
+        if (m_bInMemory) return;
+        m_File.UnMapFile();
+        if (m_File.IsOpen()) {
+            m_File.CloseHandle();
+            DeleteFileA(m_sName.c_str());
+        }
+    }
+
+private:
+    std::string m_sName;
+    KFile m_File;
+    void* m_pImage = nullptr;
+    bool m_bInMemory = false;
+    bool m_bKeep = false;
+};
+
+}  // namespace
+
+void KLogStream::SetResizeHookForTest(void (*hook)(ResizeStep)) {
+    g_pResizeHook = hook;
 }
 
 long KLogStream::Resize(const std::string& path, uint32_t oldKB, unsigned long newKB) {
     const uint32_t oldSize = oldKB * 1024;
     const uint32_t newSize = static_cast<uint32_t>(newKB * 1024);
-    const KLogFile* old = static_cast<const KLogFile*>(
+    KLogFile* old = static_cast<KLogFile*>(
         m_File.MapFile(nullptr, PAGE_READWRITE, 0, oldSize, CreateAuxName(path, "_FMAP").c_str()));
     if (old == nullptr) return KX_E_LOG_MAP;
+    // An append that a dead writer left half done is settled in the old ring: the copy then
+    // holds it whole or not at all, and no later holder of the lock replays it on the new one.
+    m_Lock.Repair(old);
 
-    // The scratch image: a temporary file beside the log, or memory when it cannot be made.
-    const std::string tmpName = path + "_tmp";
-    KFile tmp;
-    void* scratch = nullptr;
-    bool inMemory = false;
-    if (tmp.CreateFileA(tmpName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                        FILE_ATTRIBUTE_TEMPORARY, nullptr) == 0)
-        scratch = tmp.MapFile(nullptr, PAGE_READWRITE, 0, newSize, tmpName.c_str());
-    if (scratch == nullptr) {
-        scratch = VirtualAlloc(nullptr, newSize, MEM_COMMIT, PAGE_READWRITE);
-        inMemory = scratch != nullptr;
-    }
-    long status = KX_OK;
-    if (scratch == nullptr) {
-        status = KX_E_OUT_OF_MEMORY;
-    } else {
-        KLogFile* image = new (scratch) KLogFile(newKB);
-        // Oldest to newest, each with its own stamp, process, thread, type and flags; when the
-        // new file is smaller the ring simply overwrites the oldest. A record too large for the
-        // new file is left out.
-        for (const KLogRec* rec = old->FirstRec(); rec != nullptr;
-             rec = old->NewerRec(rec, rec->GetRecNum())) {
-            if (old->RecordAt(old->OffsetOf(rec)) != rec) break;
-            image->NewRecord(rec->GetTimeStamp(), rec->GetProcessId(), rec->GetThreadId(),
-                             rec->GetType(), rec->GetFlags(), rec->GetPayloadSize(),
-                             rec->Payload(), nullptr);
-        }
+    ResizeScratch scratch(path + "_tmp", newSize);
+    if (scratch.Image() == nullptr) {
         m_File.UnMapFile();
-        if (m_File.SetFilePointer(static_cast<long>(newSize), nullptr, FILE_BEGIN) != newSize ||
-            !m_File.SetEndOfFile())
-            status = KX_E_FILE_STAT;
-        else
-            status = WriteWholeFile(scratch, newSize);
+        return KX_E_OUT_OF_MEMORY;
     }
+    KLogFile* image = new (scratch.Image()) KLogFile(newKB);
+    Reached(ResizeStep::kScratchMade);
+    // Oldest to newest, each with its own stamp, process, thread, type and flags; when the
+    // new file is smaller the ring simply overwrites the oldest. A record too large for the
+    // new file is left out.
+    for (const KLogRec* rec = old->FirstRec(); rec != nullptr;
+         rec = old->NewerRec(rec, rec->GetRecNum())) {
+        if (old->RecordAt(old->OffsetOf(rec)) != rec) break;
+        image->NewRecord(rec->GetTimeStamp(), rec->GetProcessId(), rec->GetThreadId(),
+                         rec->GetType(), rec->GetFlags(), rec->GetPayloadSize(), rec->Payload(),
+                         nullptr);
+    }
+    image->WriteResizeRec(oldKB, newKB);
     m_File.UnMapFile();
-    if (inMemory) VirtualFree(scratch, 0, MEM_RELEASE);
-    tmp.CloseHandle();
-    DeleteFileA(tmpName.c_str());
-    return status;
+    Reached(ResizeStep::kRecordsCopied);
+
+    long status = scratch.Flush();
+    if (status != KX_OK) return status;
+    Reached(ResizeStep::kCopyFlushed);
+    // From the first byte written over the log file until it is complete on disk, the scratch
+    // is the only whole image: a failure keeps it for RecoverResize.
+    scratch.Keep(true);
+    status = WriteImageInPlace(path, image, newSize);
+    if (status != KX_OK) return status;
+    scratch.Keep(false);
+    scratch.Remove();
+    Reached(ResizeStep::kCopyRemoved);
+    return KX_OK;
 }
 
-long KLogStream::WriteWholeFile(const void* image, uint32_t size) {
-    if (m_File.SetFilePointer(0, nullptr, FILE_BEGIN) != 0) return KX_E_FILE_STAT;
-    const uint8_t* p = static_cast<const uint8_t*>(image);
-    for (uint32_t done = 0; done < size;) {
-        unsigned long n = 0;
-        if (!m_File.WriteFile(p + done, size - done, &n, nullptr) || n == 0) return KX_E_FILE_WRITE;
-        done += static_cast<uint32_t>(n);
+long KLogStream::WriteImageInPlace(const std::string& path, const void* image, uint32_t size) {
+    const uint8_t* bytes = static_cast<const uint8_t*>(image);
+    auto writeAt = [this, bytes](uint32_t offset, uint32_t count) {
+        if (m_File.SetFilePointer(static_cast<long>(offset), nullptr, FILE_BEGIN) != offset)
+            return false;
+        for (uint32_t done = 0; done < count;) {
+            unsigned long n = 0;
+            if (!m_File.WriteFile(bytes + offset + done, count - done, &n, nullptr) || n == 0)
+                return false;
+            done += static_cast<uint32_t>(n);
+        }
+        return true;
+    };
+    // The header goes first, in one write, and onto the disk before any record is overwritten:
+    // its new size is what tells RecoverResize that the rewrite has begun, and what makes the
+    // processes that map the file at the old size refuse it from now on.
+    if (!writeAt(0, kxLogFileHeaderSize)) return KX_E_FILE_WRITE;
+    if (!SyncToDisk(path, false)) return KX_E_FILE_FLUSH;
+    Reached(ResizeStep::kHeaderRewritten);
+    constexpr uint32_t kChunk = 256 * 1024;
+    for (uint32_t at = kxLogFileHeaderSize; at < size;) {
+        const uint32_t n = std::min(kChunk, size - at);
+        if (!writeAt(at, n)) return KX_E_FILE_WRITE;
+        at += n;
+        if (at < size) Reached(ResizeStep::kBodyPartlyWritten);
     }
+    Reached(ResizeStep::kBodyWritten);
+    if (m_File.SetFilePointer(static_cast<long>(size), nullptr, FILE_BEGIN) != size ||
+        !m_File.SetEndOfFile())
+        return KX_E_FILE_STAT;
+    if (!SyncToDisk(path, false)) return KX_E_FILE_FLUSH;
+    Reached(ResizeStep::kFileComplete);
+    return KX_OK;
+}
+
+long KLogStream::RecoverResize(const std::string& path, bool* rebuilt) {
+    *rebuilt = false;
+    const std::string copyName = path + "_tmp";
+    struct stat st;
+    if (kxEnv::Default()->Stat(copyName.c_str(), &st) != 0) return KX_OK;
+    const uint64_t copySize = static_cast<uint64_t>(st.st_size);
+    KLogFile live(0);
+    unsigned long got = 0;
+    const bool untouched = m_File.SetFilePointer(0, nullptr, FILE_BEGIN) == 0 &&
+                           m_File.ReadFile(&live, sizeof live, &got, nullptr) &&
+                           got == sizeof live && live.IsHdrDataValid() &&
+                           live.SizeInBytes() != copySize;
+    if (!untouched) {
+        KFile copy;
+        copy.SetLogErrors(false);
+        const void* image = nullptr;
+        if (copySize != 0 && copySize % 1024 == 0 && copySize <= kMaxFileSize &&
+            copy.CreateFileA(copyName.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr) == 0)
+            image = copy.MapFile(nullptr, PAGE_READONLY, 0, static_cast<unsigned long>(copySize),
+                                 nullptr);
+        const KLogFile* header = static_cast<const KLogFile*>(image);
+        // Only a damaged scratch could fail this; the file is then judged as it is.
+        if (header != nullptr && !header->IsOppositeEndian() &&
+            header->IsValid(static_cast<unsigned long>(copySize / 1024))) {
+            const long status = WriteImageInPlace(path, image, static_cast<uint32_t>(copySize));
+            if (status != KX_OK) return status;
+            *rebuilt = true;
+        }
+    }
+    DeleteFileA(copyName.c_str());
     return KX_OK;
 }
 
 long KLogStream::OpenReadOnly(const char* path) {
     long status = m_Mutex.Create();
     if (status != KX_OK) return status;
-    status = LockLogfile(500, 4);
+    OpenLocks locks(this);
+    status = locks.TakeMutex(500, 4);
     if (status != KX_OK) return status;
-    m_bMutexHeld = true;
     m_File.SetLogErrors(false);
     const unsigned long opened = m_File.CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr,
                                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -259,7 +421,7 @@ long KLogStream::OpenReadOnly(const char* path) {
     // and its image below is a private copy read once: the server's lock manager holds the
     // file while the copy is made, and the walks need only this process's mutex.
     const bool remote = m_File.IsRemote();
-    status = remote ? LockRemoteFile(2000) : AttachLock(path, false, 2000);
+    status = remote ? LockRemoteFile(2000) : locks.TakeLogLock(path, false, 2000);
     if (status != KX_OK) return status;
     struct stat st;
     if (m_File.fstat(&st) != 0) return KX_E_FILE_STAT;
@@ -279,7 +441,6 @@ long KLogStream::OpenReadOnly(const char* path) {
     m_dwMappedSize = static_cast<uint32_t>(size);
     if (remote) m_File.UnlockFile();
     m_dwSignature = kSignatureLive;
-    ReleaseConstructionLocks();
     return KX_OK;
 }
 
@@ -354,13 +515,16 @@ long KLogStream::WriteRec(const void* data, unsigned long size, const _FILETIME&
                           unsigned long flags) {
     if (!IsLive()) return KX_E_LOG_NO_STREAM;
     if (m_bReadOnly) return KX_E_REFUSED;
-    long status = LockLogfile(500, 4);
-    if (status != KX_OK) return status;
-    KLogFile* image = Image();
-    status = image != nullptr ? image->NewRecord(stamp, processId, threadId, type, flags, size,
-                                                 data, m_Lock.Journal())
-                              : KX_E_LOG_NO_STREAM;
-    UnlockLogfile();
+    long status;
+    {
+        Lock lock(this, false);
+        status = lock.AcquireLock();
+        if (status != KX_OK) return status;
+        KLogFile* image = Image();
+        status = image != nullptr ? image->NewRecord(stamp, processId, threadId, type, flags,
+                                                     size, data, m_Lock.Journal())
+                                  : KX_E_LOG_NO_STREAM;
+    }
     // Flushing writes the pages out synchronously: the other writers need not wait for it.
     if (status == KX_OK) CheckFlushLogfile();
     return status;
@@ -434,21 +598,18 @@ long KLogStream::PrintString(const wchar_t* text, long code, kxLogSev sev, unsig
 long KLogStream::ClearRecs() {
     if (!IsLive()) return KX_E_LOG_NO_STREAM;
     if (m_bReadOnly) return KX_E_REFUSED;
-    long status = LockLogfile(500, 4);
+    Lock lock(this, false);
+    const long status = lock.AcquireLock();
     if (status != KX_OK) return status;
     KLogFile* image = Image();
-    status = image != nullptr ? image->ClearRecs() : KX_E_LOG_NO_STREAM;
-    UnlockLogfile();
-    return status;
+    return image != nullptr ? image->ClearRecs() : KX_E_LOG_NO_STREAM;
 }
 
 long KLogStream::Flush() {
     if (!IsLive()) return KX_E_LOG_NO_STREAM;
-    long status = LockLogfile(500, 4);
-    if (status != KX_OK) return status;
-    status = FlushLogfile();
-    UnlockLogfile();
-    return status;
+    Lock lock(this, false);
+    const long status = lock.AcquireLock();
+    return status != KX_OK ? status : FlushLogfile();
 }
 
 long KLogStream::FlushLogfile() const {
@@ -492,12 +653,13 @@ bool KLogStream::IsOppositeEndian() const {
 
 long KLogStream::ReadHeader(KLogFile* out) const {
     if (!IsLive() || out == nullptr) return KX_E_LOG_NO_STREAM;
-    long status = LockLogfile(500, 4);
+    Lock lock(this, false);
+    const long status = lock.AcquireLock();
     if (status != KX_OK) return status;
     const KLogFile* image = Image();
-    if (image != nullptr) memcpy(static_cast<void*>(out), image, sizeof *out);
-    UnlockLogfile();
-    return image != nullptr ? KX_OK : KX_E_LOG_NO_STREAM;
+    if (image == nullptr) return KX_E_LOG_NO_STREAM;
+    memcpy(static_cast<void*>(out), image, sizeof *out);
+    return KX_OK;
 }
 
 const char* KLogStream::GetLogFileName() const {
@@ -526,25 +688,27 @@ std::string KLogStream::CreateAuxName(const std::string& path, const char* suffi
 
 KLogStream::iterator KLogStream::begin() const {
     iterator it;
-    if (!IsLive() || LockLogfile(500, 4) != KX_OK) return it;
+    if (!IsLive()) return it;
+    Lock lock(this);
+    if (!lock.IsHeld()) return it;
     if (const KLogFile* image = Image()) {
         const KLogRec* rec = image->LastRec();
         if (rec != nullptr && image->RecordAt(image->LastRecOffset()) == rec &&
             image->IsRecordValid(rec, 0))
             it = iterator(this, rec);
     }
-    UnlockLogfile();
     return it;
 }
 
 KLogStream::iterator KLogStream::rbegin() const {
     iterator it;
-    if (!IsLive() || LockLogfile(500, 4) != KX_OK) return it;
+    if (!IsLive()) return it;
+    Lock lock(this);
+    if (!lock.IsHeld()) return it;
     if (const KLogFile* image = Image()) {
         const KLogRec* rec = image->FirstRec();
         if (rec != nullptr && image->IsRecordValid(rec, 0)) it = iterator(this, rec);
     }
-    UnlockLogfile();
     return it;
 }
 
@@ -555,10 +719,11 @@ void KLogStream::iterator_base::Step(bool newer) {
     if (m_pRec == nullptr) return;
     const KLogStream* s = m_pStream;
     const KLogRec* next = nullptr;
-    if (KLogStream::IsLive(s) && s->LockLogfile(500, 4) == KX_OK) {
-        if (const KLogFile* image = s->Image())
+    {
+        Lock lock(s);
+        const KLogFile* image = lock.IsHeld() ? s->Image() : nullptr;
+        if (image != nullptr)
             next = newer ? image->NewerRec(m_pRec, m_dwRecNum) : image->OlderRec(m_pRec, m_dwRecNum);
-        s->UnlockLogfile();
     }
     // The number the walk accepted, not the record's number read again: a reader without the
     // writers' lock may find the record already overwritten, and GetRecData must then notice.
@@ -574,7 +739,8 @@ uint32_t KLogStream::iterator_base::RecOffset() const {
 
 long KLogStream::iterator_base::GetRecData(void* buf, unsigned long* size, KLogRecInfo* info) const {
     if (m_pRec == nullptr || !KLogStream::IsLive(m_pStream)) return KX_E_LOG_NO_STREAM;
-    long status = m_pStream->LockLogfile(500, 4);
+    Lock lock(m_pStream, false);
+    long status = lock.AcquireLock();
     if (status != KX_OK) return status;
     // The header is read once and judged as read: a reader that cannot take the writers' lock
     // (log/KLogLock.h) may see the record change under it, and must still never copy from
@@ -600,6 +766,5 @@ long KLogStream::iterator_base::GetRecData(void* buf, unsigned long* size, KLogR
         __atomic_thread_fence(__ATOMIC_ACQUIRE);
         if (m_pRec->LoadRecNum() != m_dwRecNum) status = KX_E_LOG_NO_STREAM;
     }
-    m_pStream->UnlockLogfile();
     return status;
 }

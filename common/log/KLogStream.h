@@ -33,6 +33,7 @@
 #include "log/KLogFile.h"
 #include "log/KLogLock.h"
 #include "base/kxLog.h"
+#include "base/kxLogSink.h"
 #include "platform/KFile.h"
 #include "platform/KMutex.h"
 
@@ -41,7 +42,9 @@ constexpr long KX_E_LOG_RECREATE = kxStatus(0xE0020106);  // writing a fresh hea
 constexpr long KX_E_LOG_MAP = kxStatus(0xE0020401);       // mapping the file failed
 constexpr long KX_E_LOG_MAP_SIZE = kxStatus(0xE0020402);  // the mapping is not the file's size
 
-class KLogStream {
+// A sink (base/kxLogSink.h): the logging start-up installs the default stream as the default
+// sink. Final, so that the stream's own calls of IsLive and the writers are not virtual calls.
+class KLogStream final : public KLogSink {
 public:
     static constexpr uint32_t kSignatureLive = 0x7469A48C;
     static constexpr uint32_t kSignatureConstructing = 0x67A47A69;
@@ -54,7 +57,9 @@ public:
     //     record when writeStartRec is set;
     //   - a valid file of another size is resized keeping its newest records (renumbered from
     //     1, each with its own stamp) through the scratch file dir/name + "_tmp", followed by a
-    //     "RESZ" record.
+    //     "RESZ" record. A process killed in the middle of a resize leaves the file at its old
+    //     size or the next writer that opens it finishes the resize: no record is lost (see
+    //     Resize below for the one exception).
     // Refuses silently (not live) when dir or name is null or empty, sizeKB is 0 or above
     // kMaxSizeKB, or the path would exceed 260 characters. Any failure leaves the stream not
     // live; GetOpenStatus tells why. The mapping is flushed every flushInterval appends
@@ -69,27 +74,26 @@ public:
     explicit KLogStream(const char* path);
 
     // Releases the mapping, the file and the locks.
-    virtual ~KLogStream();
+    ~KLogStream() override;
     KLogStream(const KLogStream&) = delete;
     KLogStream& operator=(const KLogStream&) = delete;
 
     // True only while the stream is fully constructed and not yet released. Safe to call on a
     // null pointer's behalf through IsLive(p).
-    bool IsLive() const { return m_dwSignature == kSignatureLive; }
+    bool IsLive() const override { return m_dwSignature == kSignatureLive; }
     static bool IsLive(const KLogStream* s) { return s != nullptr && s->IsLive(); }
 
     // Text records. Severity 0 while informational messages are off gives
     // KX_S_LOG_INFO_DROPPED; a stream that is not live gives KX_E_LOG_NO_STREAM.
     // Narrow texts are cut to kxLogMaxText bytes (kxLogMaxBigText for vBigMsgPrintf), wide ones
     // to kxLogMaxWideText characters. Otherwise the result of WriteRec.
-    // Virtual so that tests can stand in for the default stream.
-    virtual long vPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
-                         va_list args);
-    virtual long vPrintf(long code, kxLogSev sev, unsigned long flags, const wchar_t* format,
-                         va_list args);
-    virtual long vBigMsgPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
-                               va_list args);
-    virtual long PrintString(const char* text, long code, kxLogSev sev, unsigned long flags);
+    long vPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
+                 va_list args) override;
+    long vPrintf(long code, kxLogSev sev, unsigned long flags, const wchar_t* format,
+                 va_list args) override;
+    long vBigMsgPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
+                       va_list args) override;
+    long PrintString(const char* text, long code, kxLogSev sev, unsigned long flags) override;
     long PrintString(const wchar_t* text, long code, kxLogSev sev, unsigned long flags);
 
     // One record stamped now (or with the given stamp), payload copied from data.
@@ -112,7 +116,6 @@ public:
     long ReadHeader(KLogFile* out) const;
     // The file's name; null when not live.
     const char* GetLogFileName() const;
-    bool IsReadOnly() const { return m_bReadOnly; }
     // True for a file written on a machine of the other byte order (read-only streams only).
     bool IsOppositeEndian() const;
     // Why construction failed (0 for a live stream, or one that was refused silently).
@@ -186,14 +189,19 @@ public:
     // Unmaps the image, closes the file; 0.
     long ReleaseResources();
 
-    // Scope guard holding the stream's lock.
+    // Scope guard holding the stream's lock: the way every operation of a live stream takes it,
+    // so that each path out of the operation lets it go. Not shared between threads.
     class Lock {
     public:
+        // Takes the lock at once when `acquire` is set; IsHeld tells whether that worked, and
+        // AcquireLock (which then returns 0 at once) why not.
         explicit Lock(const KLogStream* stream, bool acquire = true);
         ~Lock() { ReleaseLock(); }
         Lock(const Lock&) = delete;
         Lock& operator=(const Lock&) = delete;
-        // 0 at once when held; else needs a live stream and LockLogfile(500, 4).
+        // 0 at once when held; else needs a live stream (KX_E_NOT_INITIALISED) and
+        // LockLogfile(500, 4): 0, KX_S_WAIT_TIMEOUT after about two seconds, or the lock's
+        // failure status.
         long AcquireLock();
         void ReleaseLock();
         bool IsHeld() const { return m_bHeld; }
@@ -202,6 +210,21 @@ public:
         const KLogStream* m_pStream;
         bool m_bHeld = false;
     };
+
+    // Tests only: the points of a resize (see Resize) at which the hook, when set, is called
+    // with the lock held, so that a test can kill the process there or hold it up. Process-wide;
+    // null removes it.
+    enum class ResizeStep {
+        kScratchMade,        // the scratch file exists, holding a bare header
+        kRecordsCopied,      // the new image is built in the scratch, not yet on disk
+        kCopyFlushed,        // the scratch is on disk; the log file is still untouched
+        kHeaderRewritten,    // the log file's header describes the new size, its records do not
+        kBodyPartlyWritten,  // part of the new records written over the old
+        kBodyWritten,        // all of the image written; the file's length not yet set
+        kFileComplete,       // the file is the new image, on disk; the scratch not yet removed
+        kCopyRemoved,        // done
+    };
+    static void SetResizeHookForTest(void (*hook)(ResizeStep));
 
 protected:
     // A stream that is not live (signature "reset"); subclasses set the signature when ready.
@@ -212,17 +235,44 @@ protected:
     uint32_t m_dwSignature = kSignatureReset;
 
 private:
+    // Construction's locks, let go in reverse order however construction ends.
+    class OpenLocks;
+
     long Open(const char* dir, const char* name, unsigned long sizeKB, bool writeStartRec);
     long OpenReadOnly(const char* path);
-    // After the file is open: attaches to its lock and takes it (the named mutex stays held).
-    long AttachLock(const char* path, bool writer, unsigned long timeoutMs);
-    // Releases what AttachLock and the construction took.
-    void ReleaseConstructionLocks();
     // A file on another machine (KFile's remote handle): its whole-file lock through the
     // server's lock manager, tried for up to timeoutMs. 0, KX_S_WAIT_TIMEOUT, or its failure.
     long LockRemoteFile(unsigned long timeoutMs);
+    // Rewrites the open file at `path`, valid at oldKB, as a ring of newKB keeping its newest
+    // records and ending with "RESZ"; leaves it unmapped. Called with the lock held. 0;
+    // KX_E_LOG_MAP; KX_E_OUT_OF_MEMORY; KX_E_FILE_FLUSH when the scratch cannot be put on
+    // disk (the file is then untouched); KX_E_FILE_WRITE, KX_E_FILE_STAT or KX_E_FILE_FLUSH
+    // when the file cannot be rewritten (the next writer to open it finishes the job).
+    //
+    // Crash safety: the new image is built complete in the scratch file path + "_tmp" and
+    // flushed to disk, with the directory, before the first byte of the log file changes; the
+    // log file is then rewritten in place, header first, and the scratch removed once the file
+    // is on disk again. A process killed at any point (or a machine that stops, on a file
+    // system that keeps what was flushed) leaves either the old file untouched or a complete
+    // scratch that the next writer to open the file puts in place (RecoverResize); until then
+    // a read-only stream may refuse the file. In place rather than by renaming a new file over
+    // the log: processes that have the log open keep its inode mapped, and its file lock is
+    // held on that inode, so they see the new header's size and refuse the file (see the top
+    // of this file) instead of appending to a file nobody reads any more. The one exception:
+    // when the scratch file cannot be made or mapped (a directory this process may not write,
+    // no space), the image is built in memory and a crash while the file is rewritten loses
+    // its records.
     long Resize(const std::string& path, uint32_t oldKB, unsigned long newKB);
-    long WriteWholeFile(const void* image, uint32_t size);
+    // Under the lock, before the open file at `path` is judged: settles a resize that a killed
+    // process left behind. When the file's header already describes the scratch's size (its
+    // rewrite had begun), the scratch, which is then complete, is written over it; otherwise
+    // the file was never touched and the scratch, complete or not, is dropped. *rebuilt tells
+    // whether the file was rewritten. 0, or a write status (the scratch is then kept).
+    long RecoverResize(const std::string& path, bool* rebuilt);
+    // Writes a whole image of `size` bytes over the open file at `path` in place, header
+    // first, then sets the file's length and flushes it to disk. 0, KX_E_FILE_WRITE,
+    // KX_E_FILE_STAT or KX_E_FILE_FLUSH.
+    long WriteImageInPlace(const std::string& path, const void* image, uint32_t size);
     // The image, if its header still describes the file this stream mapped.
     KLogFile* Image() const;
     long WriteText(long code, kxLogSev sev, unsigned long flags, kxLogRecType type,
@@ -235,7 +285,6 @@ private:
     // Logging off: the stream reports its own failures as statuses, never through itself.
     KMutex m_Mutex{false};
     mutable KLogLock m_Lock;
-    bool m_bMutexHeld = false;  // construction only: the named mutex taken before the lock
     bool m_bFileBacked = true;  // always: streams are file mappings on this platform
     bool m_bReadOnly = false;
     uint32_t m_dwMappedSize = 0;
