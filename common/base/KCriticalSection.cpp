@@ -3,25 +3,23 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "base/kxEnv.h"
 #include "base/kxLog.h"
 
-// Constant-initialised, so it is ready before any static KCriticalSection is constructed.
-KCriticalSectionCalls g_kxCriticalSectionCalls = {
-    pthread_mutexattr_init, pthread_mutexattr_settype, pthread_mutex_init, pthread_mutex_lock,
-    pthread_mutex_unlock,
-};
-
+// The layout is fixed (mutex, attributes, signature), so the object holds no Env: it uses the
+// process Env at each call (base/kxEnv.h), which is ready before any static instance is built.
 KCriticalSection::KCriticalSection() : m_mutex(), m_attr(), m_dwSignature(0) {
-    const KCriticalSectionCalls& c = g_kxCriticalSectionCalls;
-    if (c.attrInit(&m_attr) == 0 && c.attrSetType(&m_attr, PTHREAD_MUTEX_RECURSIVE) == 0 &&
-        c.mutexInit(&m_mutex, &m_attr) == 0) {
+    kxEnv* env = kxEnv::Default();
+    if (env->MutexAttrInit(&m_attr) == 0 &&
+        env->MutexAttrSetType(&m_attr, PTHREAD_MUTEX_RECURSIVE) == 0 &&
+        env->MutexInit(&m_mutex, &m_attr) == 0) {
         m_dwSignature = kSignature;
     }
 }
 
 void KCriticalSection::Lock() const {
     if (m_dwSignature != kSignature) throw std::logic_error("KCriticalSection::Lock: invalid");
-    if (g_kxCriticalSectionCalls.mutexLock(&m_mutex) == 0) return;
+    if (kxEnv::Default()->MutexLock(&m_mutex) == 0) return;
     static const char kFailed[] = "KCriticalSection::Lock: failed %d.";
     kxLogPrintfA(KX_E_NOT_INITIALISED, kxLogSevError, kFailed, errno);
     throw std::logic_error(kFailed);
@@ -29,7 +27,7 @@ void KCriticalSection::Lock() const {
 
 void KCriticalSection::Unlock() const {
     if (m_dwSignature != kSignature) throw std::logic_error("KCriticalSection::Unlock: invalid");
-    if (g_kxCriticalSectionCalls.mutexUnlock(&m_mutex) == 0) return;
+    if (kxEnv::Default()->MutexUnlock(&m_mutex) == 0) return;
     static const char kFailed[] = "KCriticalSection::Unlock: failed %d.";
     kxLogPrintfA(KX_E_NOT_INITIALISED, kxLogSevError, kFailed, errno);
     throw std::logic_error(kFailed);

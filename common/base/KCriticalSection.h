@@ -5,6 +5,9 @@
 //
 // Thread safety: any thread may lock; the same thread may lock again and must unlock as often.
 // The lock is private to the process (see KMutex for a lock shared between processes).
+//
+// System calls: the pthread calls go through the process Env at each call (base/kxEnv.h); the
+// object's fixed layout leaves no room to hold one, so tests reach it with a kxScopedEnv.
 #pragma once
 
 #include <pthread.h>
@@ -52,14 +55,3 @@ private:
 static_assert(sizeof(pthread_mutex_t) == 24 && sizeof(pthread_mutexattr_t) == 4);
 static_assert(sizeof(KCriticalSection) == 32, "mutex, attributes, signature");
 #endif
-
-// Seam for fault injection in tests: the pthread calls KCriticalSection makes. Tests may
-// replace entries only while no other thread uses any KCriticalSection, and must restore them.
-struct KCriticalSectionCalls {
-    int (*attrInit)(pthread_mutexattr_t*);
-    int (*attrSetType)(pthread_mutexattr_t*, int);
-    int (*mutexInit)(pthread_mutex_t*, const pthread_mutexattr_t*);
-    int (*mutexLock)(pthread_mutex_t*);
-    int (*mutexUnlock)(pthread_mutex_t*);
-};
-extern KCriticalSectionCalls g_kxCriticalSectionCalls;

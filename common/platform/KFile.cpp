@@ -64,7 +64,7 @@ unsigned long KFile::CreateFileA(const char* lpFileName, unsigned long dwDesired
             m_pImpl->SetNFSCredentials(m_nUid, m_Gids);
         }
     }
-    if (m_pImpl == nullptr) m_pImpl = new KFileUnix;
+    if (m_pImpl == nullptr) m_pImpl = new KFileUnix(m_pEnv);
     m_pImpl->SetLogErrors(m_bLogErrors);
     return m_pImpl->CreateFileA(name.c_str(), dwDesiredAccess, dwShareMode, lpSecurityAttributes,
                                 dwCreationDisposition, dwFlagsAndAttributes, nullptr);
@@ -74,8 +74,8 @@ void* KFile::SetHandle(void* handle) {
     Reset();
     struct stat st;
     const int fd = static_cast<int>(reinterpret_cast<intptr_t>(handle));
-    if (reinterpret_cast<uintptr_t>(handle) <= 0x7FFFFFFF && ::fstat(fd, &st) == 0) {
-        m_pImpl = new KFileUnix;
+    if (reinterpret_cast<uintptr_t>(handle) <= 0x7FFFFFFF && m_pEnv->Fstat(fd, &st) == 0) {
+        m_pImpl = new KFileUnix(m_pEnv);
     } else if (handle != nullptr && reinterpret_cast<uintptr_t>(handle) > 0xFFFF &&
                g_pfnRemoteFactory != nullptr) {
         uint32_t tag;

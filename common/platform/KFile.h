@@ -17,11 +17,14 @@
 
 #include <string>
 
+#include "base/kxEnv.h"
 #include "platform/KFileABC.h"
 
 class KFile : public KFileABC {
 public:
-    KFile() = default;
+    // env: the system calls of the local files this handle opens (base/kxEnv.h); null means
+    // kxEnv::Default() as it is now.
+    explicit KFile(kxEnv* env = nullptr) : m_pEnv(kxEnv::Or(env)) {}
     // Destroys the implementation, which closes its file.
     ~KFile() override;
 
@@ -86,4 +89,5 @@ public:
 private:
     void Reset();
     KFileABC* m_pImpl = nullptr;
+    kxEnv* const m_pEnv;
 };

@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "base/kxLog.h"
-#include "platform/kxPlatformCalls.h"
+#include "platform/kxPlatformErrors.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ time_t ToSeconds(const _FILETIME& ft) {
 
 }  // namespace
 
-KFileUnix::KFileUnix() : m_pszFileName(g_DummyBuffer) {}
+KFileUnix::KFileUnix(kxEnv* env) : m_pEnv(kxEnv::Or(env)), m_pszFileName(g_DummyBuffer) {}
 
 KFileUnix::~KFileUnix() {
     CloseHandle();
@@ -88,17 +88,17 @@ unsigned long KFileUnix::CreateFileA(const char* lpFileName, unsigned long dwDes
     bool preExisting = false;
     int fd = -1;
     if (tryExistingFirst) {
-        fd = ::open(name, flags & ~O_CREAT);
+        fd = m_pEnv->Open(name, flags & ~O_CREAT, 0);
         preExisting = fd != -1;
     }
     if (fd == -1) {
         const uintptr_t bits = reinterpret_cast<uintptr_t>(lpSecurityAttributes);
         const mode_t mode = bits >= 1 && bits <= 0777 ? static_cast<mode_t>(bits) : 0660;
-        fd = ::open(name, flags, mode);
+        fd = m_pEnv->Open(name, flags, mode);
     }
     if (fd == -1) {
         const int err = errno;
-        const long status = err == ENOENT ? KX_E_FILE_NOT_FOUND : KX_E_FILE_OPEN;
+        const long status = kxPlatformStatus(err, KX_E_FILE_OPEN);
         Fail(status, "%s: error %d opening file handle <%s>.", kFn, err, name);
         errno = err;
         return static_cast<unsigned long>(status);
@@ -117,7 +117,7 @@ bool KFileUnix::CloseHandleInternal(bool unmapFirst) {
     if (unmapFirst) UnMapFile();
     bool ok = true;
     if (m_fd != -1) {
-        if (::close(m_fd) != 0) {
+        if (m_pEnv->Close(m_fd) != 0) {
             ok = false;
             const int err = errno;
             Fail(KX_E_FILE_CLOSE, "%s: error %d closing file handle <%s>.",
@@ -139,7 +139,7 @@ unsigned long KFileUnix::GetFileSize(unsigned long* lpFileSizeHigh) {
         return 0xFFFFFFFFul;
     }
     struct stat st;
-    if (::fstat(m_fd, &st) != 0) {
+    if (m_pEnv->Fstat(m_fd, &st) != 0) {
         Fail(KX_E_FILE_STAT, "%s: fstat call failed.", kFn);
         return 0xFFFFFFFFul;
     }
@@ -156,7 +156,7 @@ bool KFileUnix::GetFileSizeEx(_LARGE_INTEGER* lpFileSize) {
     lpFileSize->LowPart = 0;
     lpFileSize->HighPart = 0;
     struct stat st;
-    if (::fstat(m_fd, &st) != 0) {
+    if (m_pEnv->Fstat(m_fd, &st) != 0) {
         Fail(KX_E_FILE_STAT, "%s: fstat call failed.", kFn);
         return false;
     }
@@ -171,7 +171,7 @@ bool KFileUnix::ReadFile(void* lpBuffer, unsigned long nBytes, unsigned long* lp
         Fail(KX_E_BAD_ARGUMENT, "%s:  no file handle open or buffer null.", kFn);
         return false;
     }
-    const ssize_t n = g_kxPlatformCalls.read(m_fd, lpBuffer, nBytes);
+    const ssize_t n = m_pEnv->Read(m_fd, lpBuffer, nBytes);
     if (n == -1) {
         const int err = errno;
         Fail(KX_E_FILE_READ, "%s: read failed, %d <%s>.", kFn, err, m_pszFileName);
@@ -189,7 +189,7 @@ bool KFileUnix::WriteFile(const void* lpBuffer, unsigned long nBytes, unsigned l
         Fail(KX_E_BAD_ARGUMENT, "%s:  no file handle open or buffer null.", kFn);
         return false;
     }
-    const ssize_t n = g_kxPlatformCalls.write(m_fd, lpBuffer, nBytes);
+    const ssize_t n = m_pEnv->Write(m_fd, lpBuffer, nBytes);
     if (n == -1) {
         const int err = errno;
         Fail(KX_E_FILE_WRITE, "%s: write failed, %d <%s>.", kFn, err, m_pszFileName);
@@ -221,7 +221,7 @@ unsigned long KFileUnix::SetFilePointer(long lDistanceToMove, long* lpDistanceTo
     uint32_t high = static_cast<int32_t>(low) < 0 ? 0xFFFFFFFFu : 0;
     if (lpDistanceToMoveHigh != nullptr) high |= static_cast<uint32_t>(*lpDistanceToMoveHigh);
     const int64_t distance = static_cast<int64_t>((static_cast<uint64_t>(high) << 32) | low);
-    const off_t pos = ::lseek(m_fd, static_cast<off_t>(distance), whence);
+    const off_t pos = m_pEnv->Lseek(m_fd, static_cast<off_t>(distance), whence);
     if (pos == -1) {
         Fail(KX_E_FILE_STAT, "%s: lseek call failed.", kFn);
         return 0xFFFFFFFFul;
@@ -237,8 +237,8 @@ bool KFileUnix::SetEndOfFile() {
         Fail(KX_E_BAD_ARGUMENT, "%s:  no file handle open.", kFn);
         return false;
     }
-    const off_t pos = ::lseek(m_fd, 0, SEEK_CUR);
-    if (pos == -1 || g_kxPlatformCalls.ftruncate(m_fd, pos) != 0) {
+    const off_t pos = m_pEnv->Lseek(m_fd, 0, SEEK_CUR);
+    if (pos == -1 || m_pEnv->Ftruncate(m_fd, pos) != 0) {
         Fail(KX_E_FILE_STAT, "%s: truncate call failed.", kFn);
         return false;
     }
@@ -249,7 +249,7 @@ long KFileUnix::GetWinFindData(const char* name, _WIN32_FIND_DATAA* data) {
     if (name == nullptr || data == nullptr) return KX_E_BAD_ARGUMENT;
     memset(data, 0, sizeof *data);
     struct stat st;
-    if (::stat(name, &st) != 0) return KX_E_FILE_FIND;
+    if (m_pEnv->Stat(name, &st) != 0) return KX_E_FILE_FIND;
     if (S_ISDIR(st.st_mode)) data->dwFileAttributes |= FILE_ATTRIBUTE_DIRECTORY;
     data->ftLastAccessTime.dwLowDateTime = static_cast<uint32_t>(st.st_atime);
     data->ftLastWriteTime.dwLowDateTime = static_cast<uint32_t>(st.st_mtime);
@@ -268,11 +268,11 @@ bool KFileUnix::IsDir(const char* name) {
     static const char kFn[] = "KFileUnix::IsDir";
     struct stat st;
     if (m_fd != -1) {
-        if (::fstat(m_fd, &st) != 0) {
+        if (m_pEnv->Fstat(m_fd, &st) != 0) {
             Fail(KX_E_FILE_OPEN, "%s: fstat failed %d <%s>.", kFn, errno, m_pszFileName);
             return false;
         }
-    } else if (name == nullptr || ::stat(name, &st) != 0) {
+    } else if (name == nullptr || m_pEnv->Stat(name, &st) != 0) {
         Fail(KX_E_FILE_OPEN, "%s: stat failed %d <%s>.", kFn, errno, name ? name : "");
         return false;
     }
@@ -285,7 +285,7 @@ int KFileUnix::fstat(struct stat* buffer) {
              "KFileUnix::fstat");
         return -1;
     }
-    return ::fstat(m_fd, buffer);
+    return m_pEnv->Fstat(m_fd, buffer);
 }
 
 void* KFileUnix::SetHandle(void* handle) {
@@ -293,10 +293,10 @@ void* KFileUnix::SetHandle(void* handle) {
     // A handle with no descriptor yet takes a duplicate of its own: dup2 onto -1 could
     // never succeed.
     if (m_fd == -1) {
-        m_fd = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+        m_fd = m_pEnv->DupCloexec(fd);
         return reinterpret_cast<void*>(static_cast<intptr_t>(m_fd));
     }
-    return reinterpret_cast<void*>(static_cast<intptr_t>(::dup2(fd, m_fd)));
+    return reinterpret_cast<void*>(static_cast<intptr_t>(m_pEnv->Dup2(fd, m_fd)));
 }
 
 bool KFileUnix::GetFileTime(_FILETIME*, _FILETIME* lastAccess, _FILETIME* lastWrite) {
@@ -306,7 +306,7 @@ bool KFileUnix::GetFileTime(_FILETIME*, _FILETIME* lastAccess, _FILETIME* lastWr
         return false;
     }
     struct stat st;
-    if (::fstat(m_fd, &st) != 0) {
+    if (m_pEnv->Fstat(m_fd, &st) != 0) {
         Fail(KX_E_FILE_TIME, "%s: fstat failed %d <%s>.", kFn, errno, m_pszFileName);
         return false;
     }
@@ -323,14 +323,14 @@ bool KFileUnix::SetFileTime(const _FILETIME*, const _FILETIME* lastAccess,
         return false;
     }
     struct stat st;
-    if (::fstat(m_fd, &st) != 0) {
+    if (m_pEnv->Fstat(m_fd, &st) != 0) {
         Fail(KX_E_FILE_TIME, "%s: fstat failed %d <%s>.", kFn, errno, m_pszFileName);
         return false;
     }
     struct utimbuf times;
     times.actime = lastAccess != nullptr ? ToSeconds(*lastAccess) : st.st_atime;
     times.modtime = lastWrite != nullptr ? ToSeconds(*lastWrite) : st.st_mtime;
-    if (::utime(m_pszFileName, &times) != 0) {
+    if (m_pEnv->Utime(m_pszFileName, &times) != 0) {
         Fail(KX_E_FILE_TIME, "%s: utime call failed.", kFn);
         return false;
     }
@@ -361,8 +361,11 @@ void* KFileUnix::MapFile(_SECURITY_ATTRIBUTES*, unsigned long flProtect, unsigne
     }
     m_nMapFlags |= lpName != nullptr ? MAP_SHARED : MAP_PRIVATE;
     const unsigned long size = GetFileSize(nullptr);
-    if (size != 0xFFFFFFFFul && size < dwMaximumSizeLow)
-        g_kxPlatformCalls.ftruncate(m_fd, static_cast<off_t>(dwMaximumSizeLow));
+    if (size != 0xFFFFFFFFul && size < dwMaximumSizeLow &&
+        m_pEnv->Ftruncate(m_fd, static_cast<off_t>(dwMaximumSizeLow)) != 0) {
+        Fail(KX_E_FILE_MAP, "%s: error mapping file %d.", kFn, errno);
+        return nullptr;
+    }
     void* address = MapViewOfFile(access, 0, 0, dwMaximumSizeLow);
     if (address == nullptr) Fail(KX_E_FILE_MAP, "%s: error mapping file %d.", kFn, errno);
     return address;
@@ -383,7 +386,7 @@ void* KFileUnix::MapViewOfFile(unsigned long dwDesiredAccess, unsigned long,
     if (m_nMapFlags != 16 && m_nMapFlags != MAP_SHARED && m_nMapFlags != MAP_PRIVATE)
         kxLogPrintfA(KX_E_BAD_ARGUMENT, kFileSev,
                      "%s: Mapping flags does not appear to be a MAP_XXX constant", kFn);
-    void* address = g_kxPlatformCalls.mmap(nullptr, length, prot, m_nMapFlags, m_fd,
+    void* address = m_pEnv->Mmap(nullptr, length, prot, m_nMapFlags, m_fd,
                                            static_cast<off_t>(static_cast<uint32_t>(dwFileOffsetLow)));
     if (address == MAP_FAILED) return nullptr;
     m_pMapping = address;
@@ -395,7 +398,7 @@ bool KFileUnix::FlushViewOfFile(void* address, unsigned long bytes) const {
     if (m_pMapping == nullptr && address == nullptr) return true;
     if (address == nullptr) address = m_pMapping;
     const size_t length = bytes != 0 ? bytes : m_nMappedLength;
-    if (::msync(address, length, MS_SYNC) != 0) {
+    if (m_pEnv->Msync(address, length, MS_SYNC) != 0) {
         Fail(KX_E_FILE_FLUSH, "%s:  failure flushing file, %d.", "KFileUnix::FlushViewOfFile",
              errno);
         return false;
@@ -406,9 +409,9 @@ bool KFileUnix::FlushViewOfFile(void* address, unsigned long bytes) const {
 bool KFileUnix::UnmapViewOfFile(const void* address) {
     static const char kFn[] = "KFileUnix::MapViewOfFile";
     void* view = const_cast<void*>(address);
-    int r = ::msync(view, m_nMappedLength, MS_SYNC);
+    int r = m_pEnv->Msync(view, m_nMappedLength, MS_SYNC);
     if (r != 0) kxLogPrintfA(r, kFileSev, "%s:  failure flushing mapped file, %d.", kFn, errno);
-    r = g_kxPlatformCalls.munmap(view, m_nMappedLength);
+    r = m_pEnv->Munmap(view, m_nMappedLength);
     if (r != 0) {
         kxLogPrintfA(r, kFileSev, "%s:  failure unmapping file, %d.", kFn, errno);
         return false;
@@ -435,8 +438,8 @@ long KFileUnix::TryLockFile(bool exclusive) {
     memset(&lock, 0, sizeof lock);
     lock.l_type = exclusive ? F_WRLCK : F_RDLCK;
     lock.l_whence = SEEK_SET;
-    if (::fcntl(m_fd, F_OFD_SETLK, &lock) == 0) return KX_OK;
-    return errno == EAGAIN || errno == EACCES ? KX_S_WAIT_TIMEOUT : KX_E_FILE_LOCK;
+    if (m_pEnv->FcntlLock(m_fd, F_OFD_SETLK, &lock) == 0) return KX_OK;
+    return kxPlatformStatus(errno, KX_E_FILE_LOCK);
 }
 
 long KFileUnix::UnlockFile() {
@@ -445,5 +448,5 @@ long KFileUnix::UnlockFile() {
     memset(&lock, 0, sizeof lock);
     lock.l_type = F_UNLCK;
     lock.l_whence = SEEK_SET;
-    return ::fcntl(m_fd, F_OFD_SETLK, &lock) == 0 ? KX_OK : KX_E_FILE_LOCK;
+    return m_pEnv->FcntlLock(m_fd, F_OFD_SETLK, &lock) == 0 ? KX_OK : KX_E_FILE_LOCK;
 }

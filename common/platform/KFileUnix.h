@@ -9,11 +9,13 @@
 
 #include <cstddef>
 
+#include "base/kxEnv.h"
 #include "platform/KFileABC.h"
 
 class KFileUnix : public KFileABC {
 public:
-    KFileUnix();
+    // env: the system calls of this handle (base/kxEnv.h); null means kxEnv::Default() now.
+    explicit KFileUnix(kxEnv* env = nullptr);
     // Closes the file (unmapping first) and resets the credentials.
     ~KFileUnix() override;
 
@@ -50,7 +52,9 @@ public:
     long GetWinFindData(const char* name, _WIN32_FIND_DATAA* data) override;
     // Unmaps, then maps the whole file: PAGE_READONLY gives a read view, PAGE_READWRITE a
     // read/write one, PAGE_WRITECOPY is refused. A name makes the mapping shared (MAP_SHARED),
-    // no name private. Grows the file to dwMaximumSizeLow first (never shrinks).
+    // no name private. Grows the file to dwMaximumSizeLow first (never shrinks); when it cannot
+    // (a full disk), nothing is mapped and the failure is logged like a failed mapping: a view
+    // reaching past the end of the file would fault on first touch.
     void* MapFile(_SECURITY_ATTRIBUTES* sa, unsigned long flProtect,
                   unsigned long dwMaximumSizeHigh, unsigned long dwMaximumSizeLow,
                   const char* lpName) override;
@@ -87,6 +91,7 @@ public:
 private:
     void Fail(long status, const char* format, ...) const __attribute__((format(printf, 3, 4)));
 
+    kxEnv* const m_pEnv;
     char* m_pszFileName;
     int m_fd = -1;
     void* m_pMapping = nullptr;

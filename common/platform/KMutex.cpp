@@ -13,8 +13,7 @@
 #include <ctime>
 
 #include "base/kxLog.h"
-#include "platform/kxPlatformCalls.h"
-#include "platform/kxWin32.h"
+#include "platform/kxPlatformErrors.h"
 
 namespace {
 
@@ -56,10 +55,10 @@ void Repair(KMutex::KMutexShared* block) {
 }
 
 // pthread_mutex_lock on the block, recovering the mutex from an owner that died holding it.
-int LockBlock(KMutex::KMutexShared* block) {
-    int rc = pthread_mutex_lock(&block->mutex);
+int LockBlock(kxEnv* env, KMutex::KMutexShared* block) {
+    int rc = env->MutexLock(&block->mutex);
     if (rc == EOWNERDEAD) {
-        rc = pthread_mutex_consistent(&block->mutex);
+        rc = env->MutexConsistent(&block->mutex);
         if (rc == 0) Repair(block);
     }
     return rc;
@@ -83,14 +82,14 @@ pid_t CurrentPid() {
 }
 
 // A process that exited but was not yet reaped still answers kill(); its /proc state tells.
-bool IsZombie(pid_t pid) {
+bool IsZombie(kxEnv* env, pid_t pid) {
     char path[40];
     snprintf(path, sizeof(path), "/proc/%d/stat", static_cast<int>(pid));
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    const int fd = env->Open(path, O_RDONLY | O_CLOEXEC, 0);
     if (fd == -1) return false;
     char text[512];
-    const ssize_t n = read(fd, text, sizeof(text) - 1);
-    close(fd);
+    const ssize_t n = env->Read(fd, text, sizeof(text) - 1);
+    env->Close(fd);
     if (n <= 0) return false;
     text[n] = '\0';
     // "pid (name) S ...": the name may itself hold parentheses, so take the last ')'.
@@ -101,22 +100,22 @@ bool IsZombie(pid_t pid) {
 
 // True when the owner process no longer exists. The thorough form also counts an unreaped
 // (zombie) process as gone; it reads /proc and is used only after a wait slice ran out.
-bool OwnerGone(pid_t pid, bool thorough) {
+bool OwnerGone(kxEnv* env, pid_t pid, bool thorough) {
     if (pid <= 0) return true;  // never pass 0 or -1 to kill: they address process groups
     if (pid == CurrentPid()) return false;
     const int saved = errno;
     bool gone;
-    if (kill(pid, 0) == 0 || errno == EPERM)
-        gone = thorough && IsZombie(pid);
+    if (env->Kill(pid, 0) == 0 || errno == EPERM)
+        gone = thorough && IsZombie(env, pid);
     else
         gone = errno == ESRCH;
     errno = saved;
     return gone;
 }
 
-timespec Now() {
+timespec Now(kxEnv* env) {
     struct timeval tv;
-    gettimeofday(&tv, nullptr);
+    if (env->GetTimeOfDay(&tv) != 0) tv = timeval{};
     timespec ts;
     ts.tv_sec = tv.tv_sec;
     ts.tv_nsec = static_cast<long>(tv.tv_usec) * 1000;
@@ -139,6 +138,15 @@ timespec AddNs(timespec ts, long long ns) {
     return ts;
 }
 
+// Waits ms milliseconds, resuming after signals.
+void SleepMs(kxEnv* env, long ms) {
+    struct timespec request {
+        ms / 1000, (ms % 1000) * 1000000L
+    };
+    struct timespec remaining;
+    while (env->NanoSleep(&request, &remaining) == -1 && errno == EINTR) request = remaining;
+}
+
 void ReportAbandoned(const std::string& name, pid_t deadOwner) {
     char text[200];
     snprintf(text, sizeof(text), "KMutex::Lock: mutex '%s' abandoned by process %d, taken over by process %d",
@@ -151,17 +159,24 @@ void ReportAbandoned(const std::string& name, pid_t deadOwner) {
 
 }  // namespace
 
-void KMutex::KMutexShared::Close() {
+void KMutex::KMutexShared::Close(kxEnv* env) {
     if (LoadSignature(this) == kSignatureReady) {
-        pthread_cond_destroy(&cond);
-        pthread_mutex_destroy(&mutex);
+        env = kxEnv::Or(env);
+        env->CondDestroy(&cond);
+        env->MutexDestroy(&mutex);
     }
     StoreSignature(this, kSignatureNotReady);
     MarkFree(this);
 }
 
-KMutex::KMutex(bool logErrors)
-    : m_bLogErrors(logErrors), m_pShared(nullptr), m_hShm(-1), m_Embedded(), m_MutexAttr(), m_CondAttr() {
+KMutex::KMutex(bool logErrors, kxEnv* env)
+    : m_bLogErrors(logErrors),
+      m_pShared(nullptr),
+      m_hShm(-1),
+      m_Embedded(),
+      m_MutexAttr(),
+      m_CondAttr(),
+      m_pEnv(kxEnv::Or(env)) {
     m_Embedded.signature = kSignatureNotReady;
     MarkFree(&m_Embedded);
 }
@@ -169,11 +184,11 @@ KMutex::KMutex(bool logErrors)
 KMutex::~KMutex() { DropBlock(); }
 
 void KMutex::DropBlock() {
-    if (m_pShared != nullptr && m_pShared != &m_Embedded) g_kxPlatformCalls.munmap(m_pShared, kBlockSize);
-    m_Embedded.Close();
+    if (m_pShared != nullptr && m_pShared != &m_Embedded) m_pEnv->Munmap(m_pShared, kBlockSize);
+    m_Embedded.Close(m_pEnv);
     m_pShared = nullptr;
     if (m_hShm != -1) {
-        close(m_hShm);
+        m_pEnv->Close(m_hShm);
         m_hShm = -1;
     }
 }
@@ -181,20 +196,21 @@ void KMutex::DropBlock() {
 bool KMutex::IsValid() const { return m_pShared != nullptr && LoadSignature(m_pShared) == kSignatureReady; }
 
 int KMutex::UnixInit(int pshared) {
-    m_pShared->Close();
-    int rc = pthread_mutexattr_init(&m_MutexAttr);
+    m_pShared->Close(m_pEnv);
+    kxEnv* env = m_pEnv;
+    int rc = env->MutexAttrInit(&m_MutexAttr);
     if (rc != 0) return rc;
-    if ((rc = pthread_mutexattr_setpshared(&m_MutexAttr, pshared)) == 0 &&
-        (rc = pthread_mutexattr_setrobust(&m_MutexAttr, PTHREAD_MUTEX_ROBUST)) == 0)
-        rc = pthread_mutex_init(&m_pShared->mutex, &m_MutexAttr);
-    pthread_mutexattr_destroy(&m_MutexAttr);
+    if ((rc = env->MutexAttrSetPshared(&m_MutexAttr, pshared)) == 0 &&
+        (rc = env->MutexAttrSetRobust(&m_MutexAttr, PTHREAD_MUTEX_ROBUST)) == 0)
+        rc = env->MutexInit(&m_pShared->mutex, &m_MutexAttr);
+    env->MutexAttrDestroy(&m_MutexAttr);
     if (rc != 0) return rc;
-    if ((rc = pthread_condattr_init(&m_CondAttr)) == 0) {
-        if ((rc = pthread_condattr_setpshared(&m_CondAttr, pshared)) == 0)
-            rc = pthread_cond_init(&m_pShared->cond, &m_CondAttr);
-        pthread_condattr_destroy(&m_CondAttr);
+    if ((rc = env->CondAttrInit(&m_CondAttr)) == 0) {
+        if ((rc = env->CondAttrSetPshared(&m_CondAttr, pshared)) == 0)
+            rc = env->CondInit(&m_pShared->cond, &m_CondAttr);
+        env->CondAttrDestroy(&m_CondAttr);
     }
-    if (rc != 0) pthread_mutex_destroy(&m_pShared->mutex);
+    if (rc != 0) env->MutexDestroy(&m_pShared->mutex);
     return rc;
 }
 
@@ -207,34 +223,37 @@ long KMutex::Create() {
         StoreSignature(m_pShared, kSignatureReady);
         return KX_OK;
     }
-    errno = rc;
-    if (m_bLogErrors) kxLogPrintfA(KX_E_MUTEX_CREATE, kFailureSeverity, "%s: error %d creating mutex", "KMutex::Create(no name)", errno);
+    if (m_bLogErrors)
+        kxLogPrintfA(KX_E_MUTEX_CREATE, kFailureSeverity, "%s: error %d creating mutex",
+                     "KMutex::Create(no name)", rc);
     return KX_E_MUTEX_CREATE;
 }
 
 long KMutex::Create(const char* name, bool initialOwner) {
     DropBlock();
     m_strName.clear();
+    m_bExisted = false;
     bool existed = false;
     bool ready = false;
-    if (name == nullptr) {
-        errno = EINVAL;
-    } else {
+    int error = EINVAL;  // the failure's error number, for the log
+    if (name != nullptr) {
         m_strName = std::string("/") + name;
         const char* shmName = m_strName.c_str();
         // The creator removes the name as soon as it has mapped the block, so an object found
         // existing may be gone a moment later; creating afresh is then the right answer.
         for (int attempt = 0; attempt < 3 && m_hShm == -1; ++attempt) {
-            m_hShm = g_kxPlatformCalls.shm_open(shmName, O_RDWR | O_CREAT | O_EXCL, 0666);
+            m_hShm = m_pEnv->ShmOpen(shmName, O_RDWR | O_CREAT | O_EXCL, 0666);
             if (m_hShm != -1) break;
-            if (errno != EEXIST) break;
-            m_hShm = g_kxPlatformCalls.shm_open(shmName, O_RDWR, 0666);
+            error = errno;
+            if (error != EEXIST) break;
+            m_hShm = m_pEnv->ShmOpen(shmName, O_RDWR, 0666);
             if (m_hShm != -1) existed = true;
-            else if (errno != ENOENT) break;
+            else if ((error = errno) != ENOENT) break;
         }
         void* view = MAP_FAILED;
-        if (m_hShm != -1 && (existed || g_kxPlatformCalls.ftruncate(m_hShm, kBlockSize) == 0))
-            view = g_kxPlatformCalls.mmap(nullptr, kBlockSize, PROT_READ | PROT_WRITE, MAP_SHARED, m_hShm, 0);
+        if (m_hShm != -1 && (existed || m_pEnv->Ftruncate(m_hShm, kBlockSize) == 0))
+            view = m_pEnv->Mmap(nullptr, kBlockSize, PROT_READ | PROT_WRITE, MAP_SHARED, m_hShm, 0);
+        if (m_hShm != -1 && view == MAP_FAILED) error = errno;
         if (view != MAP_FAILED) {
             m_pShared = static_cast<KMutexShared*>(view);
             if (!existed) {
@@ -243,43 +262,45 @@ long KMutex::Create(const char* name, bool initialOwner) {
                 if (rc == 0)
                     StoreSignature(m_pShared, kSignatureReady);
                 else
-                    errno = rc;
+                    error = rc;
                 ready = rc == 0;
             } else {
                 for (int test = 0; test < kReadyTests && !ready; ++test) {
-                    if (test > 0) Sleep(1000);
+                    if (test > 0) SleepMs(m_pEnv, 1000);
                     // A creator that has not yet sized the object leaves it empty; touching the
                     // mapping then would fault.
                     struct stat st;
-                    ready = fstat(m_hShm, &st) == 0 && st.st_size >= static_cast<off_t>(kBlockSize) &&
+                    ready = m_pEnv->Fstat(m_hShm, &st) == 0 &&
+                            st.st_size >= static_cast<off_t>(kBlockSize) &&
                             LoadSignature(m_pShared) == kSignatureReady;
                 }
-                if (!ready) errno = ETIMEDOUT;
+                if (!ready) error = ETIMEDOUT;
             }
             if (!ready) {
-                g_kxPlatformCalls.munmap(m_pShared, kBlockSize);
+                m_pEnv->Munmap(m_pShared, kBlockSize);
                 m_pShared = nullptr;
             }
         }
         if (m_hShm != -1) {
-            const int saved = errno;
-            shm_unlink(shmName);
-            close(m_hShm);  // the mapping keeps the object alive
+            m_pEnv->ShmUnlink(shmName);
+            m_pEnv->Close(m_hShm);  // the mapping keeps the object alive
             m_hShm = -1;
-            errno = saved;
         }
     }
     if (!ready) {
         if (m_bLogErrors)
-            kxLogPrintfA(KX_E_MUTEX_CREATE, kFailureSeverity, "%s: error %d creating mutex (name='%s')",
-                         "KMutex::Create(ASCII)", errno, name != nullptr ? name : "");
+            kxLogPrintfA(KX_E_MUTEX_CREATE, kFailureSeverity,
+                         "%s: error %d creating mutex (name='%s')", "KMutex::Create(ASCII)", error,
+                         name != nullptr ? name : "");
+        SetLastError(static_cast<DWORD>(error));
         return KX_E_MUTEX_CREATE;
     }
     if (existed) {
-        errno = ERROR_ALREADY_EXISTS;
+        m_bExisted = true;
+        SetLastError(ERROR_ALREADY_EXISTS);
         return KX_OK;
     }
-    errno = 0;
+    SetLastError(ERROR_SUCCESS);
     return initialOwner ? Lock(kInfinite) : KX_OK;
 }
 
@@ -290,10 +311,11 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
     KMutexShared* block = m_pShared;
     if (block == nullptr || LoadSignature(block) != kSignatureReady) return KX_E_NOT_INITIALISED;
 
-    int rc = LockBlock(block);
+    int rc = LockBlock(m_pEnv, block);
     if (rc != 0) {
-        errno = rc;
-        if (m_bLogErrors) kxLogPrintfA(KX_E_WAIT_FAILED, kFailureSeverity, "%s: error %d waiting on mutex", "KMutex::Lock", errno);
+        if (m_bLogErrors)
+            kxLogPrintfA(KX_E_WAIT_FAILED, kFailureSeverity, "%s: error %d waiting on mutex",
+                         "KMutex::Lock", rc);
         return KX_E_WAIT_FAILED;
     }
 
@@ -310,7 +332,8 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
     long result = KX_OK;
     for (;;) {
         if (block->locked && !IsOwner(block, self, process)) {
-            if (check != kNoCheck && OwnerGone(block->ownerProcess, check == kThoroughCheck)) {
+            if (check != kNoCheck &&
+                OwnerGone(m_pEnv, block->ownerProcess, check == kThoroughCheck)) {
                 deadOwner = block->ownerProcess;
                 MarkFree(block);
             } else if (expired) {
@@ -318,17 +341,17 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
                 break;
             } else {
                 check = kNoCheck;
-                const timespec now = Now();
+                const timespec now = Now(m_pEnv);
                 if (!haveDeadline) {
                     deadline = AddNs(now, static_cast<long long>(timeoutMs) * 1000000LL);
                     haveDeadline = true;
                 }
                 timespec until = AddNs(now, kOwnerCheckNs);
                 if (!forever && Before(deadline, until)) until = deadline;
-                rc = pthread_cond_timedwait(&block->cond, &block->mutex, &until);
+                rc = m_pEnv->CondTimedWait(&block->cond, &block->mutex, &until);
                 if (rc == 0) continue;
                 if (rc == EOWNERDEAD) {
-                    rc = pthread_mutex_consistent(&block->mutex);
+                    rc = m_pEnv->MutexConsistent(&block->mutex);
                     if (rc == 0) {
                         Repair(block);
                         check = kQuickCheck;
@@ -336,12 +359,11 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
                     }
                 } else if (rc == ETIMEDOUT) {
                     check = kThoroughCheck;
-                    expired = !forever && !Before(Now(), deadline);
+                    expired = !forever && !Before(Now(m_pEnv), deadline);
                     continue;
                 }
                 holdsBlock = rc != ENOTRECOVERABLE;
-                errno = rc;
-                result = KX_E_WAIT_FAILED;
+                result = kxPlatformStatus(rc, KX_E_WAIT_FAILED);
                 break;
             }
         }
@@ -351,14 +373,14 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
         block->locked = true;
         break;
     }
-    if (holdsBlock) pthread_mutex_unlock(&block->mutex);
+    if (holdsBlock) m_pEnv->MutexUnlock(&block->mutex);
 
     if (deadOwner != -1) {
         if (abandoned != nullptr) *abandoned = true;
         if (m_bLogErrors) ReportAbandoned(m_strName, deadOwner);
     }
     if (result != KX_OK && result != KX_S_WAIT_TIMEOUT && m_bLogErrors)
-        kxLogPrintfA(result, kFailureSeverity, "%s: error %d waiting on mutex", "KMutex::Lock", errno);
+        kxLogPrintfA(result, kFailureSeverity, "%s: error %d waiting on mutex", "KMutex::Lock", rc);
     return result;
 }
 
@@ -366,29 +388,30 @@ long KMutex::Unlock() const {
     KMutexShared* block = m_pShared;
     if (block == nullptr || LoadSignature(block) != kSignatureReady) return KX_E_NOT_INITIALISED;
     long result = KX_OK;
-    int rc = LockBlock(block);
+    int rc = LockBlock(m_pEnv, block);
+    int error = rc;
     if (rc != 0) {
-        errno = rc;
         result = KX_E_MUTEX_RELEASE;
     } else {
         if (IsOwner(block, pthread_self(), CurrentPid())) {
             // The count only records that the mutex is held: one Unlock releases every level.
             if (--block->lockCount >= 0) {
                 MarkFree(block);
-                rc = pthread_cond_signal(&block->cond);
+                rc = m_pEnv->CondSignal(&block->cond);
                 if (rc != 0) {
-                    errno = rc;
+                    error = rc;
                     result = KX_E_MUTEX_RELEASE;
                 }
             }
         }
-        rc = pthread_mutex_unlock(&block->mutex);
+        rc = m_pEnv->MutexUnlock(&block->mutex);
         if (rc != 0) {
-            errno = rc;
+            error = rc;
             result = KX_E_MUTEX_RELEASE;
         }
     }
     if (result != KX_OK && m_bLogErrors)
-        kxLogPrintfA(KX_E_MUTEX_RELEASE, kFailureSeverity, "%s: error %d releasing mutex", "KMutex::Unlock", errno);
+        kxLogPrintfA(KX_E_MUTEX_RELEASE, kFailureSeverity, "%s: error %d releasing mutex",
+                     "KMutex::Unlock", error);
     return result;
 }

@@ -26,6 +26,7 @@
 #include <cstdint>
 #include <string>
 
+#include "base/kxEnv.h"
 #include "base/kxStatus.h"
 
 constexpr long KX_E_WAIT_FAILED = kxStatus(0xE0FF0102);     // waiting on the mutex failed
@@ -52,12 +53,14 @@ public:
         int32_t lockCount;       // incremented by each Lock of the owner; 0 when free
 
         // Destroys the pthread objects if the signature is valid, then marks the block not
-        // ready and free. Never call it on a block another process still uses.
-        void Close();
+        // ready and free. Never call it on a block another process still uses. env: whose
+        // pthread calls destroy them (null: kxEnv::Default()).
+        void Close(kxEnv* env = nullptr);
     };
 
-    // logErrors: whether failures are logged (see the file comment).
-    explicit KMutex(bool logErrors = true);
+    // logErrors: whether failures are logged (see the file comment). env: the system calls of
+    // this mutex (base/kxEnv.h); null means kxEnv::Default() as it is now.
+    explicit KMutex(bool logErrors = true, kxEnv* env = nullptr);
     // Unmaps a named block (the shared-memory object itself lives on while others map it);
     // closes the embedded block.
     virtual ~KMutex();
@@ -71,9 +74,11 @@ public:
 
     // Named mutex in the shared-memory object "/" + name, created or opened.
     // - Created here: built, then, if initialOwner, locked by the caller (the result of Lock).
-    // - Already there and ready: 0 with errno set to 183 (ERROR_ALREADY_EXISTS); initialOwner is
-    //   then ignored. Still being built by its creator: tested four times about a second apart,
-    //   then KX_E_MUTEX_CREATE.
+    // - Already there and ready: 0, AlreadyExisted() true; initialOwner is then ignored. The
+    //   last error (errno, see platform/kxPlatformErrors.h) is also set to ERROR_ALREADY_EXISTS
+    //   (183), as callers written against the Win32 model expect; new code asks AlreadyExisted().
+    //   Still being built by its creator: tested four times about a second apart, then
+    //   KX_E_MUTEX_CREATE.
     // - Any failure: KX_E_MUTEX_CREATE (logged).
     // The name is removed from the system as soon as the block is mapped, on purpose: only
     // processes that opened it before then, or inherit the mapping across fork, share the
@@ -103,6 +108,8 @@ public:
 
     // The full shared-memory name ("/" + name), empty for an unnamed mutex.
     const std::string& Name() const { return m_strName; }
+    // True when the last Create(name, ...) succeeded by opening a mutex another process made.
+    bool AlreadyExisted() const { return m_bExisted; }
     bool IsValid() const;
 
 private:
@@ -115,6 +122,8 @@ private:
     pthread_mutexattr_t m_MutexAttr;
     pthread_condattr_t m_CondAttr;
     std::string m_strName;
+    bool m_bExisted = false;
+    kxEnv* const m_pEnv;
 };
 
 #if KX_TARGET_32BIT

@@ -1,7 +1,6 @@
 #include "base/KCriticalSection.h"
 
 #include <gtest/gtest.h>
-#include "kxScopedRestore.h"
 
 #include <atomic>
 #include <cerrno>
@@ -11,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/kxEnv.h"
 #include "kxLogCapture.h"
 
 namespace {
@@ -27,7 +27,27 @@ std::string ThrownText(void (*op)(const KCriticalSection&), const KCriticalSecti
 void DoLock(const KCriticalSection& cs) { cs.Lock(); }
 void DoUnlock(const KCriticalSection& cs) { cs.Unlock(); }
 
-// Replaces the pthread calls for one test and puts the real ones back afterwards.
+// Fails one of the pthread calls a critical section makes, with the error number given.
+class PthreadFaults : public kxEnvWrapper {
+public:
+    enum Step { kAttrInit, kAttrSetType, kMutexInit, kMutexLock, kNone };
+    Step step = kNone;
+    int MutexAttrInit(pthread_mutexattr_t* a) override {
+        return step == kAttrInit ? ENOMEM : kxEnvWrapper::MutexAttrInit(a);
+    }
+    int MutexAttrSetType(pthread_mutexattr_t* a, int type) override {
+        return step == kAttrSetType ? EINVAL : kxEnvWrapper::MutexAttrSetType(a, type);
+    }
+    int MutexInit(pthread_mutex_t* m, const pthread_mutexattr_t* a) override {
+        return step == kMutexInit ? EAGAIN : kxEnvWrapper::MutexInit(m, a);
+    }
+    int MutexLock(pthread_mutex_t* m) override {
+        if (step != kMutexLock) return kxEnvWrapper::MutexLock(m);
+        errno = 1234;
+        return EAGAIN;
+    }
+};
+
 TEST(KCriticalSection, RecursiveLockingReleasesForOtherThreadsOnlyAfterLastUnlock) {
     KCriticalSection cs;
     ASSERT_TRUE(cs.IsValid());
@@ -90,14 +110,10 @@ TEST(KCriticalSection, NeverConstructedObjectIsRefusedWithoutLogging) {
 }
 
 TEST(KCriticalSection, FailedConstructionLeavesObjectInvalid) {
-    for (int step = 0; step < 3; ++step) {
-        kxtest::ScopedRestore<KCriticalSectionCalls> o(g_kxCriticalSectionCalls);
-        if (step == 0) (*o).attrInit = [](pthread_mutexattr_t*) { return ENOMEM; };
-        if (step == 1) (*o).attrSetType = [](pthread_mutexattr_t*, int) { return EINVAL; };
-        if (step == 2)
-            (*o).mutexInit = [](pthread_mutex_t*, const pthread_mutexattr_t*) {
-                return EAGAIN;
-            };
+    for (auto step : {PthreadFaults::kAttrInit, PthreadFaults::kAttrSetType, PthreadFaults::kMutexInit}) {
+        PthreadFaults env;
+        env.step = step;
+        kxScopedEnv scope(&env);
         KCriticalSection cs;
         EXPECT_FALSE(cs.IsValid()) << "step " << step;
         EXPECT_EQ(ThrownText(DoLock, cs), "KCriticalSection::Lock: invalid");
@@ -107,12 +123,14 @@ TEST(KCriticalSection, FailedConstructionLeavesObjectInvalid) {
 TEST(KCriticalSection, LockFailureLogsErrnoNotTheResult) {
     kxtest::LogCapture log;
     KCriticalSection cs;
-    kxtest::ScopedRestore<KCriticalSectionCalls> o(g_kxCriticalSectionCalls);
-    (*o).mutexLock = [](pthread_mutex_t*) {
-        errno = 1234;
-        return EAGAIN;
-    };
-    EXPECT_EQ(ThrownText(DoLock, cs), "KCriticalSection::Lock: failed %d.");
+    PthreadFaults env;
+    env.step = PthreadFaults::kMutexLock;
+    std::string thrown;
+    {
+        kxScopedEnv scope(&env);
+        thrown = ThrownText(DoLock, cs);
+    }
+    EXPECT_EQ(thrown, "KCriticalSection::Lock: failed %d.");
     ASSERT_EQ(log.Records().size(), 1u);
     EXPECT_EQ(log.Records()[0].text, "KCriticalSection::Lock: failed 1234.");
     EXPECT_EQ(log.Records()[0].code, KX_E_NOT_INITIALISED);

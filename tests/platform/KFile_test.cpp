@@ -13,11 +13,11 @@
 #include <fstream>
 #include <string>
 
+#include "base/kxEnv.h"
 #include "kxLogCapture.h"
 #include "kxTestProcess.h"
 #include "platform/KFileNameCache.h"
 #include "platform/KFileUnix.h"
-#include "platform/kxPlatformCalls.h"
 #include "platform/kxSysInfo.h"
 
 namespace {
@@ -34,6 +34,27 @@ mode_t ModeOf(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 ? (st.st_mode & 0777) : 0;
 }
+
+// Fails mmap (ENOMEM) and ftruncate growing a file (ENOSPC) when asked.
+class MapFaults : public kxEnvWrapper {
+public:
+    bool failMmap = false;
+    bool failGrow = false;
+    void* Mmap(void* address, size_t length, int prot, int flags, int fd, off_t offset) override {
+        if (failMmap) {
+            errno = ENOMEM;
+            return MAP_FAILED;
+        }
+        return kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
+    }
+    int Ftruncate(int fd, off_t length) override {
+        if (failGrow) {
+            errno = ENOSPC;
+            return -1;
+        }
+        return kxEnvWrapper::Ftruncate(fd, length);
+    }
+};
 
 // Restores the process's umask when the test ends.
 struct Umask {
@@ -175,17 +196,21 @@ TEST(KFileUnixTest, MappingsGrowTheFileAndRefuseWriteCopy) {
     f.CloseHandle();
     EXPECT_EQ(nullptr, f.GetFileMapping()) << "closing unmaps";
 
-    // A failing mmap leaves nothing mapped and says so.
-    ASSERT_EQ(0u, Open(f, dir / "m", OPEN_EXISTING));
+    // A failing mmap, or a file that cannot grow to the size asked for (a full disk: a view past
+    // its end would fault when touched), leaves nothing mapped and says so.
+    MapFaults env;
+    KFileUnix g(&env);
+    ASSERT_EQ(0u, Open(g, dir / "m", OPEN_EXISTING));
     kxtest::LogCapture log;
-    g_kxPlatformCalls.mmap = [](void*, size_t, int, int, int, off_t) -> void* {
-        errno = ENOMEM;
-        return MAP_FAILED;
-    };
-    EXPECT_EQ(nullptr, f.MapFile(nullptr, PAGE_READWRITE, 0, 4096, "name"));
-    g_kxPlatformCalls = kxPlatformDefaultCalls();
+    env.failMmap = true;
+    EXPECT_EQ(nullptr, g.MapFile(nullptr, PAGE_READWRITE, 0, 4096, "name"));
     EXPECT_TRUE(log.Has(KX_E_FILE_MAP, "KFileUnix::MapFile: error mapping file 12."));
-    EXPECT_EQ(nullptr, f.GetFileMapping());
+    env.failMmap = false;
+    env.failGrow = true;
+    EXPECT_EQ(nullptr, g.MapFile(nullptr, PAGE_READWRITE, 0, 16384, "name"));
+    EXPECT_TRUE(log.Has(KX_E_FILE_MAP, "KFileUnix::MapFile: error mapping file 28."));
+    EXPECT_EQ(8192u, g.GetFileSize(nullptr));
+    EXPECT_EQ(nullptr, g.GetFileMapping());
 }
 
 TEST(KFileUnixTest, FileLockExcludesOtherHandlesUntilReleasedOrClosed) {

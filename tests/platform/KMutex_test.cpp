@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-#include "kxScopedRestore.h"
 
 #include <atomic>
 #include <cerrno>
@@ -20,7 +19,7 @@
 
 #include "kxLogCapture.h"
 #include "kxTestProcess.h"
-#include "platform/kxPlatformCalls.h"
+#include "base/kxEnv.h"
 #include "platform/kxWin32.h"
 
 namespace {
@@ -103,13 +102,21 @@ private:
 };
 
 // Records the address at which KMutex maps its shared block, so that a test can reach the
-// block's own pthread mutex.
-void* g_lastMapping = nullptr;
-void* RecordingMmap(void* address, size_t length, int prot, int flags, int fd, off_t offset) {
-    void* p = kxPlatformDefaultCalls().mmap(address, length, prot, flags, fd, offset);
-    if (p != MAP_FAILED) g_lastMapping = p;
-    return p;
-}
+// block's own pthread mutex; or fails the mapping.
+class MappingEnv : public kxEnvWrapper {
+public:
+    void* lastMapping = nullptr;
+    bool fail = false;
+    void* Mmap(void* address, size_t length, int prot, int flags, int fd, off_t offset) override {
+        if (fail) {
+            errno = ENOMEM;
+            return MAP_FAILED;
+        }
+        void* p = kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
+        if (p != MAP_FAILED) lastMapping = p;
+        return p;
+    }
+};
 
 // A shared-memory object under the name, as another process's creator would leave it: of the
 // given size, with the given signature, and with initialised pthread objects when `init`.
@@ -185,13 +192,12 @@ TEST(KMutex, FailuresAreStatusesAndCreateFailuresAreLogged) {
 
     // A failed mapping leaves neither a usable object nor the name behind.
     {
-        kxtest::ScopedRestore<KPlatformCalls> restore(g_kxPlatformCalls);
-        g_kxPlatformCalls.mmap = [](void*, size_t, int, int, int, off_t) -> void* {
-            errno = ENOMEM;
-            return MAP_FAILED;
-        };
+        MappingEnv env;
+        env.fail = true;
+        KMutex unmappable(true, &env);
         const std::string name = UniqueName();
-        EXPECT_EQ(KX_E_MUTEX_CREATE, bad.Create(name.c_str(), true));
+        EXPECT_EQ(KX_E_MUTEX_CREATE, unmappable.Create(name.c_str(), true));
+        EXPECT_EQ(KX_E_NOT_INITIALISED, unmappable.Lock(0));
         EXPECT_FALSE(NameExists(name));
         EXPECT_TRUE(log.Has(KX_E_MUTEX_CREATE, "error 12 creating mutex"));
     }
@@ -295,6 +301,7 @@ TEST(KMutex, NameIsRemovedOnceMappedSoLaterCreatesMakeANewMutex) {
     // Same name, but a separate mutex: not reported as existing and not held.
     KMutex second;
     ASSERT_EQ(KX_OK, second.Create(name.c_str(), false));
+    EXPECT_FALSE(second.AlreadyExisted());
     EXPECT_NE(ERROR_ALREADY_EXISTS, errno);
     EXPECT_EQ(0, ExitCode(Fork([&] { return second.Lock(0) == KX_OK ? 0 : 1; })));
 }
@@ -307,7 +314,8 @@ TEST(KMutex, OpeningAReadyMutexOfAnotherCreatorReportsErrno183) {
     KMutex opened;
     errno = 0;
     ASSERT_EQ(KX_OK, opened.Create(name.c_str(), true));
-    EXPECT_EQ(183, errno);
+    EXPECT_TRUE(opened.AlreadyExisted());
+    EXPECT_EQ(183, errno);  // the Win32-style last error, for callers that read it
     EXPECT_FALSE(NameExists(name));  // the opener removes the name as well
     EXPECT_FALSE(foreign->locked) << "initialOwner is ignored for an existing mutex";
 
@@ -429,13 +437,11 @@ TEST(KMutex, OwnerKilledWithSigkillIsTakenOverByTheNextWaiter) {
 }
 
 TEST(KMutex, ProcessKilledHoldingTheBlockLockDoesNotWedgeOthers) {
-    kxtest::ScopedRestore<KPlatformCalls> restore(g_kxPlatformCalls);
-    g_kxPlatformCalls.mmap = RecordingMmap;
-    g_lastMapping = nullptr;
+    MappingEnv env;
     const std::string name = UniqueName();
-    KMutex mutex;
+    KMutex mutex(true, &env);
     ASSERT_EQ(KX_OK, mutex.Create(name.c_str(), false));
-    auto* block = static_cast<KMutexShared*>(g_lastMapping);
+    auto* block = static_cast<KMutexShared*>(env.lastMapping);
     ASSERT_NE(nullptr, block);
 
     // The child dies inside the critical region of Lock: pthread mutex held, fields half set.
