@@ -9,6 +9,7 @@
 #include <ctime>
 #include <limits>
 
+#include "base/kxEnv.h"
 #include "base/kxWin32Time.h"
 
 namespace {
@@ -56,7 +57,8 @@ void Sleep(DWORD milliseconds) {
     request.tv_sec = static_cast<time_t>(milliseconds / 1000);
     request.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000L;
     struct timespec remaining;
-    while (nanosleep(&request, &remaining) == -1 && errno == EINTR) request = remaining;
+    kxEnv* env = kxEnv::Default();
+    while (env->NanoSleep(&request, &remaining) == -1 && errno == EINTR) request = remaining;
 }
 
 DWORD GetTickCount() {
@@ -72,7 +74,7 @@ void GetSystemTime(_SYSTEMTIME* st) {
     if (st == nullptr) return;
     struct timeval tv;
     struct tm tm;
-    if (gettimeofday(&tv, nullptr) != 0 || gmtime_r(&tv.tv_sec, &tm) == nullptr) {
+    if (kxEnv::Default()->GetTimeOfDay(&tv) != 0 || gmtime_r(&tv.tv_sec, &tm) == nullptr) {
         memset(st, 0, sizeof(*st));
         return;
     }
@@ -82,7 +84,7 @@ void GetSystemTime(_SYSTEMTIME* st) {
 void GetSystemTimeAsFileTime(_FILETIME* ft) {
     if (ft == nullptr) return;
     struct timeval tv;
-    if (gettimeofday(&tv, nullptr) != 0) {
+    if (kxEnv::Default()->GetTimeOfDay(&tv) != 0) {
         SetFileTimeValue(ft, 0);
         return;
     }

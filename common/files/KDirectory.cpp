@@ -5,14 +5,12 @@
 #include "base/kxLog.h"
 #include "platform/KFile.h"
 
-KDirectory::GlobFunction KDirectory::s_glob = &::glob;
-
-KDirectory::KDirectory() { memset(&m_glob, 0, sizeof m_glob); }
+KDirectory::KDirectory(kxEnv* env) : m_pEnv(kxEnv::Or(env)) { memset(&m_glob, 0, sizeof m_glob); }
 
 KDirectory::~KDirectory() { Clear(); }
 
 long KDirectory::Clear() {
-    globfree(&m_glob);
+    m_pEnv->Globfree(&m_glob);
     memset(&m_glob, 0, sizeof m_glob);
     m_index = 0;
     return KX_OK;
@@ -23,7 +21,7 @@ bool KDirectory::GetNext(_WIN32_FIND_DATAA* data, const char* caller) {
     if (!m_bMore || data == nullptr) return false;
     if (m_bFirstCall) {
         m_bFirstCall = false;
-        const int rc = s_glob(m_pattern.c_str(), 0, nullptr, &m_glob);
+        const int rc = m_pEnv->Glob(m_pattern.c_str(), 0, nullptr, &m_glob);
         if (rc != 0) {
             if (rc != GLOB_NOMATCH) {
                 kxLogPrintfA(KX_E_PATTERN_MATCH, static_cast<kxLogSev>(4),
@@ -39,7 +37,7 @@ bool KDirectory::GetNext(_WIN32_FIND_DATAA* data, const char* caller) {
         return false;
     }
     // A fresh handle without an implementation: see the class comment.
-    KFile file;
+    KFile file(m_pEnv);
     if (file.GetWinFindData(m_glob.gl_pathv[m_index], data) < 0) {
         m_bMore = false;
         return false;

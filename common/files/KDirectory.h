@@ -16,6 +16,7 @@
 
 #include <cstddef>
 
+#include "base/kxEnv.h"
 #include "base/kxStatus.h"
 #include "files/KDirectoryBase.h"
 
@@ -23,13 +24,8 @@ constexpr long KX_E_PATTERN_MATCH = kxStatus(0xE002010B);  // glob failed
 
 class KDirectory : public KDirectoryBase {
 public:
-    // Test seam: the glob the first GetNext calls. Tests may replace it while no enumeration
-    // runs and must put back ::glob.
-    using GlobFunction = int (*)(const char* pattern, int flags,
-                                 int (*errfunc)(const char*, int), glob_t* result);
-    static GlobFunction s_glob;
-
-    KDirectory();
+    // env: where glob runs (base/kxEnv.h); null means kxEnv::Default() as it is now.
+    explicit KDirectory(kxEnv* env = nullptr);
     ~KDirectory() override;
 
     // False when the enumeration has ended or data is null. The first call runs the pattern;
@@ -40,6 +36,7 @@ public:
     long Clear() override;
 
 private:
+    kxEnv* const m_pEnv;
     glob_t m_glob;
     size_t m_index = 0;  // next path of m_glob to describe
 };

@@ -27,7 +27,6 @@ public:
     virtual long Clear() = 0;
     virtual ~KDirectoryBase() = default;
 
-    const std::string& GetPattern() const { return m_pattern; }
     // Entries handed out by GetNext since the last Init.
     int32_t GetCount() const { return m_count; }
 

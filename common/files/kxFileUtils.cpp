@@ -9,6 +9,8 @@
 
 #include "base/KCString.h"
 #include "base/kxLog.h"
+#include "files/kxPath.h"
+#include "platform/kxPlatformErrors.h"
 #include "platform/kxWin32.h"
 
 namespace kxFileUtils {
@@ -18,18 +20,13 @@ constexpr kxLogSev kSevFailure = static_cast<kxLogSev>(4);
 constexpr long kStatFailed = kxStatus(0xE0020107);
 constexpr uint32_t kReadOnly = 0x01;
 
-SystemTimeSource g_timeSource = &GetSystemTime;
-
-// Missing-path error numbers: not found, path not found, network path not found.
-bool IsMissing(int error) { return error == 2 || error == 3 || error == 53; }
-
 long CheckExistence(const char* function, const char* name, bool& exists, DWORD attributes) {
     if (attributes != INVALID_FILE_ATTRIBUTES) {
         exists = true;
         return KX_OK;
     }
-    const int error = errno;
-    if (IsMissing(error)) return KX_OK;
+    const DWORD error = GetLastError();
+    if (IsMissingError(error)) return KX_OK;
     kxLogPrintfA(kStatFailed, kSevFailure, "%s: error %d checking existence of <%s>", function,
                  error, name);
     return kStatFailed;
@@ -64,23 +61,13 @@ void AppendNameToPath(KCString& path, const char* name, char separator) {
     path.ReleaseBuffer(-1);
 }
 
-const char* GetLastSlash(const char* p) {
-    if (p == nullptr) return nullptr;
-    const char* last = nullptr;
-    for (; *p != '\0'; ++p) {
-        if (*p == '/' || *p == '\\') last = p;
-    }
-    return last;
-}
+const char* GetLastSlash(const char* p) { return kxPath::GetLastSlash(p); }
 
-char* GetLastSlash(char* p) { return const_cast<char*>(GetLastSlash(static_cast<const char*>(p))); }
+char* GetLastSlash(char* p) { return kxPath::GetLastSlash(p); }
 
 const char* GetNextSlash(const char* p, bool alsoBackslash) {
     if (p == nullptr) return nullptr;
-    for (; *p != '\0'; ++p) {
-        if (*p == '/' || (alsoBackslash && *p == '\\')) return p;
-    }
-    return nullptr;
+    return alsoBackslash ? kxPath::GetNextSlash(p, true) : strchr(p, '/');
 }
 
 char* GetNextSlash(char* p, bool alsoBackslash) {
@@ -118,13 +105,14 @@ long RemoveFile(const char* name) {
     // The compatibility layer never reports read-only today; kept for layers that do.
     if ((attributes & kReadOnly) && !SetFileAttributesA(name, attributes & ~kReadOnly)) {
         kxLogPrintfA(kStatFailed, kSevFailure,
-                     "%s: error %d setting read-only file <%s> to be writable", function, errno,
+                     "%s: error %d setting read-only file <%s> to be writable", function,
+                     static_cast<int>(GetLastError()),
                      name);
         return kStatFailed;
     }
     if (!DeleteFileA(name)) {
         kxLogPrintfA(KX_E_DELETE_OR_MOVE, kSevFailure, "%s: error %d deleting file <%s>", function,
-                     errno, name);
+                     static_cast<int>(GetLastError()), name);
         return KX_E_DELETE_OR_MOVE;
     }
     return KX_OK;
@@ -138,7 +126,7 @@ long RenameFile(const char* from, const char* to, bool replace) {
     }
     if (!MoveFileA(from, to)) {
         kxLogPrintfA(KX_E_DELETE_OR_MOVE, kSevFailure, "%s: error %d moving file <%s> to <%s>",
-                     "kxFileUtils::RenameFile", errno, from, to);
+                     "kxFileUtils::RenameFile", static_cast<int>(GetLastError()), from, to);
         return KX_E_DELETE_OR_MOVE;
     }
     return KX_OK;
@@ -149,7 +137,7 @@ long RenameDirectory(const char* from, const char* to, bool replace) {
     if (replace) CleanDirectory(to, true, false, nullptr);
     if (!MoveFileA(from, to)) {
         kxLogPrintfA(KX_E_DELETE_OR_MOVE, kSevFailure, "%s: error %d moving dir <%s> to <%s>",
-                     "kxFileUtils::RenameDirectory", errno, from, to);
+                     "kxFileUtils::RenameDirectory", static_cast<int>(GetLastError()), from, to);
         return KX_E_DELETE_OR_MOVE;
     }
     return KX_OK;
@@ -163,7 +151,7 @@ long GetUniqueFileName(const char* dir, const char* prefix, char* out) {
 
     _SYSTEMTIME now;
     memset(&now, 0, sizeof now);
-    g_timeSource(&now);
+    GetSystemTime(&now);
     for (int attempt = 0; attempt < 30; ++attempt) {
         // Room for the longest stamp sixteen-bit fields can make, so nothing is ever cut.
         char candidate[MAX_PATH + 64];
@@ -182,7 +170,7 @@ long GetUniqueFileName(const char* dir, const char* prefix, char* out) {
         if (now.wMilliseconds < 999) {
             ++now.wMilliseconds;
         } else {
-            g_timeSource(&now);
+            GetSystemTime(&now);
         }
     }
     kxLogPrintfA(KX_E_NO_UNIQUE_NAME, kSevFailure, "%s: no free name for prefix <%s> in <%s>",
@@ -190,8 +178,13 @@ long GetUniqueFileName(const char* dir, const char* prefix, char* out) {
     return KX_E_NO_UNIQUE_NAME;
 }
 
-void SetSystemTimeSource(SystemTimeSource source) {
-    g_timeSource = source != nullptr ? source : &GetSystemTime;
+bool IsMissingError(DWORD error) {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND || error == 53;
+}
+
+long StatusFromLastError(DWORD error, long failure) {
+    if (failure == KX_E_DIRECTORY && error == ERROR_ACCESS_DENIED) return KX_E_DIRECTORY_REFUSED;
+    return failure;
 }
 
 }  // namespace kxFileUtils

@@ -14,8 +14,9 @@
 // files/KDirectory.h). So they never see the entries of a directory: a non-empty directory is
 // never emptied, and a tree is copied as its top directory alone. This is deliberate.
 //
-// Thread safety: the functions keep no state of their own (except the test clock below) and may
-// run in several threads; they race on the file system like any other file operation.
+// Thread safety: the functions keep no state of their own and may run in several threads; they
+// race on the file system like any other file operation. Their clock and file calls go through
+// the process Env (base/kxEnv.h), which is how tests fix the time GetUniqueFileName reads.
 #pragma once
 
 #include <cstdint>
@@ -121,8 +122,12 @@ long CopyDirectoryTree(const char* from, const char* to, _SECURITY_ATTRIBUTES* s
 // All 30 taken: KX_E_NO_UNIQUE_NAME. A failed existence check is returned.
 long GetUniqueFileName(const char* dir, const char* prefix, char* out);
 
-// Test seam: the clock GetUniqueFileName reads (GetSystemTime by default; null restores it).
-using SystemTimeSource = void (*)(_SYSTEMTIME* now);
-void SetSystemTimeSource(SystemTimeSource source);
+// How this layer reads the last error (platform/kxPlatformErrors.h) that a failed
+// compatibility call left, in one place. Missing: file, path or network path not found (2, 3,
+// 53), which the existence checks report as "not there" rather than as a failure.
+bool IsMissingError(DWORD error);
+// The status of a failed call: `failure`, except that a directory that could not be made
+// (KX_E_DIRECTORY) with access denied (5) is KX_E_DIRECTORY_REFUSED.
+long StatusFromLastError(DWORD error, long failure);
 
 }  // namespace kxFileUtils

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/kxEnv.h"
 #include "files/KDirectory.h"
 #include "files/kxFileUtils.h"
 #include "kxFilesTestUtil.h"
@@ -36,7 +37,11 @@ protected:
     }
 };
 
-int FailingGlob(const char*, int, int (*)(const char*, int), glob_t*) { return GLOB_ABORTED; }
+// Every glob fails as a directory that cannot be read does.
+class FailingGlob : public kxEnvWrapper {
+public:
+    int Glob(const char*, int, int (*)(const char*, int), glob_t*) override { return GLOB_ABORTED; }
+};
 
 }  // namespace
 
@@ -169,13 +174,13 @@ TEST_F(kxFileTreeTest, DirectoryEnumerationEndsAtFirstMatch) {
     EXPECT_TRUE(log_.Records().empty());
 
     // Other glob failures are logged once per Init, under the caller's name.
-    KDirectory::s_glob = &FailingGlob;
-    directory.Init("/some/*");
-    EXPECT_FALSE(directory.GetNext(&data, ""));
-    EXPECT_FALSE(directory.GetNext(&data, ""));
-    directory.Init("/other/*");
-    EXPECT_FALSE(directory.GetNext(&data, "kxFileUtils::CleanDirectory"));
-    KDirectory::s_glob = &::glob;
+    FailingGlob env;
+    KDirectory failing(&env);
+    failing.Init("/some/*");
+    EXPECT_FALSE(failing.GetNext(&data, ""));
+    EXPECT_FALSE(failing.GetNext(&data, ""));
+    failing.Init("/other/*");
+    EXPECT_FALSE(failing.GetNext(&data, "kxFileUtils::CleanDirectory"));
     const auto records = log_.Records();
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].code, KX_E_PATTERN_MATCH);

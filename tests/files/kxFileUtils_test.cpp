@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/KCString.h"
+#include "base/kxEnv.h"
 #include "kxFilesTestUtil.h"
 
 using namespace kxFileUtils;
@@ -18,16 +19,28 @@ namespace {
 constexpr long kStatFailed = kxStatus(0xE0020107);
 using kxFileUtilsTest = kxtest::FilesTest;
 
-_SYSTEMTIME g_fixedTime;
-void FixedClock(_SYSTEMTIME* now) { *now = g_fixedTime; }
-
-// GetUniqueFileName reads this fixed time while the object lives.
-struct ClockOverride {
-    explicit ClockOverride(const _SYSTEMTIME& t) {
-        g_fixedTime = t;
-        SetSystemTimeSource(&FixedClock);
+// The process clock stands still at this UTC time while the object lives.
+class ClockOverride : public kxEnvWrapper {
+public:
+    explicit ClockOverride(const _SYSTEMTIME& t) : m_scope(this) {
+        struct tm tm = {};
+        tm.tm_year = t.wYear - 1900;
+        tm.tm_mon = t.wMonth - 1;
+        tm.tm_mday = t.wDay;
+        tm.tm_hour = t.wHour;
+        tm.tm_min = t.wMinute;
+        tm.tm_sec = t.wSecond;
+        m_now.tv_sec = timegm(&tm);
+        m_now.tv_usec = t.wMilliseconds * 1000;
     }
-    ~ClockOverride() { SetSystemTimeSource(nullptr); }
+    int GetTimeOfDay(struct timeval* tv) override {
+        *tv = m_now;
+        return 0;
+    }
+
+private:
+    struct timeval m_now = {};
+    kxScopedEnv m_scope;
 };
 
 // 2007-03-05, a Monday, 04:05:06 UTC and the given milliseconds.
