@@ -10,6 +10,7 @@
 #include "files/KDirectory.h"
 #include "files/kxFileUtils.h"
 #include "files/kxPath.h"
+#include "platform/kxDirectoryTree.h"
 #include "base/kxLog.h"
 #include "platform/kxWin32.h"
 
@@ -44,95 +45,34 @@ std::string Join(const char* base, const std::string& name) {
     return path;
 }
 
-// Creates the levels of one directory name in place. The name is cut at its slashes with
-// terminators while ancestors are examined, and the slashes are put back afterwards. Walking
-// up and then down (rather than recursing) keeps deep trees off the stack.
-class TreeBuilder {
+// The file utilities' rules for the shared walk: "/" alone separates levels, existence is
+// checked by PathExists, and every failure is logged.
+class TreeBuilder : public kxDirectoryTree {
 public:
-    TreeBuilder(char* name, size_t length, _SECURITY_ATTRIBUTES* sa)
-        : name_(name), length_(length), sa_(sa) {}
-    TreeBuilder(const TreeBuilder&) = delete;
-    TreeBuilder& operator=(const TreeBuilder&) = delete;
-
-    long Build(bool* created);
+    TreeBuilder() : kxDirectoryTree("/") {}
 
 private:
-    // name_ cut to its first n characters, until the next Cut.
-    const char* Cut(size_t n) {
-        for (size_t cut : cuts_) name_[cut] = '/';
-        cuts_.clear();
-        if (n < length_) {
-            name_[n] = '\0';
-            cuts_.push_back(n);
-        }
-        return name_;
+    long Examine(const char* level, bool& missing) override {
+        bool exists = false;
+        uint32_t attributes = 0;
+        const long status = PathExists(level, exists, &attributes);
+        missing = !exists;
+        if (status != KX_OK || !exists || (attributes & FILE_ATTRIBUTE_DIRECTORY)) return status;
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: <%s> exists but is not a directory",
+                     kCreateTree, level);
+        return KX_E_BAD_ARGUMENT;
     }
-    // Each level below a failed one reports that its parent could not be made.
-    long FailParents(long status, size_t failedLevel) {
-        size_t parent = failedLevel;
-        for (size_t i = pending_.size(); i-- > 0;) {
-            if (pending_[i] <= parent) continue;
-            kxLogPrintfA(status, kSevFailure, "%s: error trying to create parent dir <%s>",
-                         kCreateTree, Cut(parent));
-            parent = pending_[i];
-        }
-        Cut(length_);
+    long CreateFailed(const char* level, int error) override {
+        const long status = error == 5 ? KX_E_DIRECTORY_REFUSED : KX_E_DIRECTORY;
+        kxLogPrintfA(status, kSevFailure, "%s: error %d creating directory <%s>'", kCreateTree,
+                     error, level);
         return status;
     }
-    long Examine(size_t level, bool& missing);
-
-    char* name_;
-    size_t length_;
-    _SECURITY_ATTRIBUTES* sa_;
-    std::vector<size_t> cuts_;
-    std::vector<size_t> pending_;  // lengths of the levels to create, deepest first
+    void ParentFailed(long status, const char* parent) override {
+        kxLogPrintfA(status, kSevFailure, "%s: error trying to create parent dir <%s>",
+                     kCreateTree, parent);
+    }
 };
-
-long TreeBuilder::Examine(size_t level, bool& missing) {
-    bool exists = false;
-    uint32_t attributes = 0;
-    const long status = PathExists(Cut(level), exists, &attributes);
-    missing = !exists;
-    if (status != KX_OK || !exists || (attributes & FILE_ATTRIBUTE_DIRECTORY)) return status;
-    kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: <%s> exists but is not a directory",
-                 kCreateTree, name_);
-    return KX_E_BAD_ARGUMENT;
-}
-
-long TreeBuilder::Build(bool* created) {
-    size_t level = length_;
-    for (;;) {
-        bool missing = false;
-        const long status = Examine(level, missing);
-        if (status != KX_OK) return FailParents(status, level);
-        if (!missing) break;
-        pending_.push_back(level);
-        // The parent ends before the last run of slashes that does not start the name.
-        size_t slash = level;
-        while (slash > 1 && name_[slash - 1] != '/') --slash;
-        if (slash <= 1) break;
-        level = slash - 1;
-        while (level > 1 && name_[level - 1] == '/') --level;
-    }
-
-    while (!pending_.empty()) {
-        level = pending_.back();
-        pending_.pop_back();
-        if (!CreateDirectoryA(Cut(level), sa_)) {
-            const int error = errno;
-            // Made by someone else since it was examined: as good as made here.
-            const DWORD now = error == EEXIST ? GetFileAttributesA(name_) : INVALID_FILE_ATTRIBUTES;
-            if (now != INVALID_FILE_ATTRIBUTES && (now & FILE_ATTRIBUTE_DIRECTORY)) continue;
-            const long status = error == 5 ? KX_E_DIRECTORY_REFUSED : KX_E_DIRECTORY;
-            kxLogPrintfA(status, kSevFailure, "%s: error %d creating directory <%s>'", kCreateTree,
-                         error, name_);
-            return FailParents(status, level);
-        }
-        if (level == length_ && created != nullptr) *created = true;
-    }
-    Cut(length_);
-    return KX_OK;
-}
 
 }  // namespace
 
@@ -156,8 +96,8 @@ long CreateDirectoryTree(const char* dir, _SECURITY_ATTRIBUTES* sa, bool* create
     }
     memcpy(name, dir, length + 1);
     while (length > 1 && name[length - 1] == '/') name[--length] = '\0';
-    TreeBuilder builder(name, length, sa);
-    return builder.Build(created);
+    TreeBuilder builder;
+    return builder.Make(name, length, sa, created);
 }
 
 long CleanDirectory(const char* dir, bool deleteDirectory, bool stopOnError, const char* spec) {
