@@ -11,11 +11,7 @@
 namespace {
 
 using kxfake::Call;
-
-template <typename F>
-xdrproc_t Proc(F f) {
-    return reinterpret_cast<xdrproc_t>(f);
-}
+using kxfake::Proc;
 
 const char* const kExports[] = {"/", "/export", "/refused"};
 

@@ -26,15 +26,11 @@
 namespace {
 
 using kxfake::Call;
+using kxfake::Proc;
 
 enum class Fault { None, ShortWrite, FailAt8k, DirStale };
 
 constexpr uint32_t k64MiB = 64u << 20;
-
-template <typename F>
-xdrproc_t Proc(F f) {
-    return reinterpret_cast<xdrproc_t>(f);
-}
 
 fattr3 Attributes(ftype3 type, uint64_t size, uint64_t fileid) {
     fattr3 a;

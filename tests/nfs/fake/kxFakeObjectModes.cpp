@@ -25,11 +25,7 @@
 namespace {
 
 using kxfake::Call;
-
-template <typename F>
-xdrproc_t Proc(F f) {
-    return reinterpret_cast<xdrproc_t>(f);
-}
+using kxfake::Proc;
 
 bool StartsWith(const char* text, const char* prefix) {
     return text != nullptr && strncmp(text, prefix, strlen(prefix)) == 0;

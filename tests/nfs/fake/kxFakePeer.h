@@ -42,6 +42,12 @@ inline void Call::FreeArgs(xdrproc_t proc, void* obj) const {
     proc(&x, obj);
 }
 
+// An XDR routine of any signature as the RPC library takes it.
+template <typename F>
+xdrproc_t Proc(F f) {
+    return reinterpret_cast<xdrproc_t>(f);
+}
+
 // Answers one call by filling `out` with the whole reply message. False sends nothing (the
 // reply is dropped; the client times out or resends).
 using Mode = bool (*)(const Call& call, std::vector<char>& out);

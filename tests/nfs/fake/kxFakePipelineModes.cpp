@@ -16,11 +16,7 @@
 namespace {
 
 using kxfake::Call;
-
-template <typename F>
-xdrproc_t Proc(F f) {
-    return reinterpret_cast<xdrproc_t>(f);
-}
+using kxfake::Proc;
 
 bool Read(const Call& call, uint32_t extra, std::vector<char>& out) {
     read3args args;

@@ -12,8 +12,6 @@
 #include "kxNFSServerTest.h"
 #include "nfs/NFSBrowse.h"
 #include "nfs/kxNetUtils.h"
-#include "nfs/kxRPCWrappers.h"
-#include "xdr/nfs3_prot.h"
 
 using namespace kxNFSUtils;
 
@@ -76,16 +74,6 @@ TEST_F(NFSServer, ByAddressOverUdpVerifiesAndMountsOncePerObject) {
     ASSERT_EQ(first.handleLength, second.handleLength);
     EXPECT_EQ(0, memcmp(first.handle, second.handle, first.handleLength));
     EXPECT_EQ(0, browse->GetLastObjectError());
-
-    // The transport by host name, as the library's own lookup resolves it.
-    for (auto protocol : {RPCClient::PROTOCOL_TCP, RPCClient::PROTOCOL_UDP}) {
-        RPCClient* c = nullptr;
-        ASSERT_EQ(KX_OK, CreateRPCClient(c, std::string("localhost"), 100003, 3, protocol));
-        std::unique_ptr<RPCClient> client(c);
-        EXPECT_GE(client->Socket(), 0);
-        char dummy;
-        EXPECT_EQ(RPC_SUCCESS, nfsproc3_null_3(nullptr, &dummy, client->Handle()));
-    }
 }
 
 TEST_F(NFSServer, FactoryFailures) {

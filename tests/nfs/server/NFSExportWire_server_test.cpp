@@ -90,7 +90,7 @@ std::string Credential(const kxfake::Call& call) {
     return text;
 }
 
-void CredentialsAndUnmountOnTheWire() {
+KX_FAKE_TEST(NFSExportWire, CredentialsAndUnmountOnTheWire) {
     ExportPeers peers;
     ASSERT_TRUE(peers.Up());
     {
@@ -135,11 +135,6 @@ void CredentialsAndUnmountOnTheWire() {
         EXPECT_EQ(expected, Credential(c)) << "program " << c.program << " procedure " << c.procedure;
 }
 
-TEST(NFSExportWire, CredentialsAndUnmountOnTheWire) {
-    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<CredentialsAndUnmountOnTheWire>());
-}
-
 void ExpectFigures(const ExportInfo& info, uint32_t maxTransfer, uint32_t multiple,
                    uint32_t readPreferred, uint32_t writePreferred, uint64_t timeDelta,
                    bool canSetTime, const kxfake::FakeFsFigures& f) {
@@ -159,7 +154,7 @@ void ExpectFigures(const ExportInfo& info, uint32_t maxTransfer, uint32_t multip
     EXPECT_EQ(f.availableBytes, info.availableBytes);
 }
 
-void FiguresOfEachExport() {
+KX_FAKE_TEST(NFSExportWire, FiguresOfEachExport) {
     ExportPeers peers;
     ASSERT_TRUE(peers.Up());
     auto browse = peers.Browse(0, {0});
@@ -189,11 +184,6 @@ void FiguresOfEachExport() {
                   kxfake::kFakeExportFigures);
 }
 
-TEST(NFSExportWire, FiguresOfEachExport) {
-    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<FiguresOfEachExport>());
-}
-
 // The counts of the READ or WRITE requests received, in arrival order.
 std::vector<uint32_t> Counts(const std::vector<kxfake::Call>& calls, uint32_t procedure) {
     std::vector<uint32_t> counts;
@@ -216,7 +206,7 @@ std::vector<uint32_t> Counts(const std::vector<kxfake::Call>& calls, uint32_t pr
     return counts;
 }
 
-void TransfersTakeTheExportsCrossedPreferredSizes() {
+KX_FAKE_TEST(NFSExportWire, TransfersTakeTheExportsCrossedPreferredSizes) {
     ExportPeers peers;
     ASSERT_TRUE(peers.Up());
     auto browse = peers.Browse(0, {0});
@@ -236,12 +226,7 @@ void TransfersTakeTheExportsCrossedPreferredSizes() {
     EXPECT_EQ((std::vector<uint32_t>{32768, 32768, 32768, 4096}), Counts(calls, NFSPROC3_READ));
 }
 
-TEST(NFSExportWire, TransfersTakeTheExportsCrossedPreferredSizes) {
-    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<TransfersTakeTheExportsCrossedPreferredSizes>());
-}
-
-void RootExportServesEveryPath() {
+KX_FAKE_TEST(NFSExportWire, RootExportServesEveryPath) {
     ExportPeers peers;
     ASSERT_TRUE(peers.Up());
     auto browse = peers.Browse(0, {0});
@@ -259,11 +244,6 @@ void RootExportServesEveryPath() {
     ExportInfo none;
     EXPECT_FALSE(browse->FindMountPoint("export", none));  // relative: no export holds it
     EXPECT_EQ(KX_E_NFS_NO_EXPORT, browse->GetLastObjectError());
-}
-
-TEST(NFSExportWire, RootExportServesEveryPath) {
-    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<RootExportServesEveryPath>());
 }
 
 }  // namespace

@@ -14,7 +14,7 @@
 #include "kxFakeBrowse.h"
 #include "kxFakeRecord.h"
 #include "kxLogCapture.h"
-#include "kxNFSSandbox.h"
+#include "kxNFSServerTest.h"
 #include "kxTestProcess.h"
 #include "nfs/NFSBrowse.h"
 #include "platform/kxSysInfo.h"
@@ -29,7 +29,7 @@ const std::vector<int> kGroups{0};
 const std::string kCookie("\xEB\x20\xF3\xFA", 4);
 constexpr uint64_t kPast4GiB = (1ull << 32) + 10;
 
-std::unique_ptr<NFSBrowse> Browse(const std::string& host) {
+std::unique_ptr<NFSBrowse> BrowseAt(const std::string& host) {
     NFSBrowse* b = nullptr;
     EXPECT_EQ(KX_OK, CreateNFSBrowse(b, host, 0, kGroups, nullptr, eUseTCP)) << host;
     return std::unique_ptr<NFSBrowse>(b);
@@ -43,23 +43,20 @@ std::unique_ptr<NFSBrowse> Browse(const std::string& host) {
 // address to be a second owner: the tests reach the server at 127.0.0.1 and at 127.0.0.2, and
 // a connection to a loopback address comes from that address.
 
-class NLMServer : public ::testing::Test {
+class NLMServer : public kxtest::NFSServerTest {
 protected:
     void SetUp() override {
+        kxtest::NFSServerTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         auto& sandbox = kxtest::NFSSandbox::Get();
-        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-        if (!sandbox.StartNFSServer()) {
-            if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-            FAIL() << sandbox.Failure();
-        }
         if (!sandbox.StatusMonitorUp()) {
             if (access("/usr/sbin/rpc.statd", X_OK) != 0)
                 GTEST_SKIP() << "rpc.statd is not installed (nfs-common)";
             FAIL() << "the lock manager or rpc.statd did not register with the port mapper";
         }
         exportPath = sandbox.ExportRoot() + "/a";
-        here = Browse("127.0.0.1");
-        there = Browse("127.0.0.2");
+        here = BrowseAt("127.0.0.1");
+        there = BrowseAt("127.0.0.2");
         ASSERT_TRUE(here && there);
     }
 
@@ -119,19 +116,6 @@ TEST_F(NLMServer, SharedLocksCoexistAndKeepExclusiveOut) {
     EXPECT_TRUE(here->LockFile(file, false, true));
     // Unlocking what one does not hold is no failure.
     EXPECT_TRUE(there->LockFile(file, false, false));
-}
-
-TEST_F(NLMServer, BrowseObjectsOfOneMachineAreOneOwner) {
-    const DirEntry file = File("one-owner", 10);
-    auto again = Browse("127.0.0.1");
-    ASSERT_TRUE(again);
-    ASSERT_TRUE(here->LockFile(file, true, true));
-    EXPECT_TRUE(again->LockFile(file, true, true));
-    EXPECT_FALSE(there->LockFile(file, true, true));
-    // Either one's unlock frees the lock both took.
-    EXPECT_TRUE(again->LockFile(file, false, true));
-    EXPECT_TRUE(there->LockFile(file, true, true));
-    EXPECT_TRUE(there->LockFile(file, false, true));
 }
 
 // ---- Against the fake peer ----

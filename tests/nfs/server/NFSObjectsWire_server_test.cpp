@@ -46,7 +46,7 @@ size_t AllCalls(const kxtest::FakeNFS& fake) {
     return n;
 }
 
-void OpenWalk() {
+KX_FAKE_TEST(NFSObjectsWire, OpenSendsOneLookupPerNameAndNoneForTheExport) {
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsobjects", 0));
     ExportInfo root;
@@ -95,11 +95,7 @@ void OpenWalk() {
     EXPECT_EQ(calls, AllCalls(fake));
 }
 
-TEST(NFSObjectsWire, OpenSendsOneLookupPerNameAndNoneForTheExport) {
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<OpenWalk>());
-}
-
-void OpenCreate() {
+KX_FAKE_TEST(NFSObjectsWire, OpenCreatesWithModeOwnerGroupSizeAndServerTimes) {
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsobjects", 0));
     // Not root: owner and group 0 are sent all the same.
@@ -144,11 +140,7 @@ void OpenCreate() {
     EXPECT_EQ(1u, fake.Calls(kCreate).size());
 }
 
-TEST(NFSObjectsWire, OpenCreatesWithModeOwnerGroupSizeAndServerTimes) {
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<OpenCreate>());
-}
-
-void CreateObjects() {
+KX_FAKE_TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareReplies) {
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsobjects", 0));
     ExportInfo root;
@@ -283,10 +275,6 @@ void CreateObjects() {
     ASSERT_TRUE(access[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_access3args), &a));
     EXPECT_EQ(0x3Fu, a.access);
     access[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_access3args), &a);
-}
-
-TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareReplies) {
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<CreateObjects>());
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include "kxFakeNfs.h"
 #include "kxLogCapture.h"
 #include "kxNFSSandbox.h"
+#include "kxNFSServerTest.h"
 #include "nfs/NFSBrowse.h"
 #include "nfs/kxNFSTransfer.h"
 #include "xdr/nfs3_prot.h"
@@ -125,13 +126,6 @@ TEST(ScatterGather, SameBytesAsTheSequentialPath) {
 
 // ---- against the fake peer ---------------------------------------------------------------
 
-// Answers true from the given question on.
-struct CancelFrom final : CancelledIf {
-    bool Cancelled() override { return ++asked >= from; }
-    int asked = 0;
-    int from = 1 << 30;
-};
-
 bool IsFakeFile(const std::string& bytes, uint64_t offset) {
     for (size_t i = 0; i < bytes.size(); ++i)
         if (bytes[i] != kxfake::FakeFileByte(offset + i)) return false;
@@ -166,12 +160,12 @@ DirEntry SmallChunks(const ExportInfo& root) {
     return e;
 }
 
-void FailureCancellationAndOddAnswers() {
+KX_FAKE_TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
     PipelineSwitch on(true);
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsfailat8k", 100000));
     ExportInfo root;
-    CancelFrom cancel;
+    kxtest::CancelFrom cancel;
     auto browse = fake.Browse(eUseTCP, root, &cancel);
     ASSERT_TRUE(browse);
     const DirEntry file = SmallChunks(root);
@@ -252,12 +246,7 @@ void FailureCancellationAndOddAnswers() {
     EXPECT_EQ(12288u, greedy->Write(file, bytes.data(), 0, 12288));
 }
 
-TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
-    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<FailureCancellationAndOddAnswers>());
-}
-
-void ServerThatStopsAnswering() {
+KX_FAKE_TEST(ScatterGatherFake, ServerThatStopsAnsweringEndsWithinTheTimeOut) {
     PipelineSwitch on(true);
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsstall", 100000));
@@ -286,11 +275,6 @@ void ServerThatStopsAnswering() {
     for (uint32_t at = 0; at < 40000; at += 4096)
         expected.emplace_back(at, std::min(4096u, 40000 - at));
     EXPECT_EQ(expected, Requests(fake, 6));
-}
-
-TEST(ScatterGatherFake, ServerThatStopsAnsweringEndsWithinTheTimeOut) {
-    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<ServerThatStopsAnswering>());
 }
 
 }  // namespace

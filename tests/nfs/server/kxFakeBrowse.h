@@ -95,3 +95,14 @@ bool RunInFakeSandbox() {
 }
 
 }  // namespace kxtest
+
+// A test whose body (the block that follows) runs in a fresh sandbox of its own; skipped where
+// no sandbox can exist.
+#define KX_FAKE_TEST(suite, name)                                                          \
+    void suite##_##name##_Body();                                                          \
+    TEST(suite, name) {                                                                    \
+        auto& sandbox = kxtest::NFSSandbox::Get();                                         \
+        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();                              \
+        EXPECT_TRUE(kxtest::RunInFakeSandbox<suite##_##name##_Body>());                    \
+    }                                                                                      \
+    void suite##_##name##_Body()

@@ -1,10 +1,12 @@
 // The fixture of tests against the sandbox's real NFS server: skips with the reason where the
 // sandbox cannot exist, fails when the server would not come up, and makes browse objects on
-// it as root (uid 0, group 0).
+// it (as root, uid 0 and group 0, unless told otherwise).
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,16 +27,41 @@ protected:
         }
         root = sandbox.ExportRoot();
     }
+    void TearDown() override {
+        if (!m_testDir.empty()) std::filesystem::remove_all(m_testDir);
+    }
 
     // A browse object on the sandbox's server by name; null (and a failure) when none is made.
-    std::unique_ptr<kxNFSUtils::NFSBrowse> Browse(kxNFSUtils::eUseProtocol protocol) {
+    std::unique_ptr<kxNFSUtils::NFSBrowse> Browse(kxNFSUtils::eUseProtocol protocol, int uid = 0,
+                                                  const std::vector<int>& gids = {0},
+                                                  kxNFSUtils::CancelledIf* cancel = nullptr) {
         kxNFSUtils::NFSBrowse* b = nullptr;
-        EXPECT_EQ(KX_OK, kxNFSUtils::CreateNFSBrowse(b, std::string("localhost"), 0,
-                                                     std::vector<int>{0}, nullptr, protocol));
+        EXPECT_EQ(KX_OK, kxNFSUtils::CreateNFSBrowse(b, std::string("localhost"), uid, gids,
+                                                     cancel, protocol));
         return std::unique_ptr<kxNFSUtils::NFSBrowse>(b);
     }
 
+    // A new empty directory (mode 0777) named after the test under the export "data", so that
+    // tests never see each other's objects; removed when the test ends.
+    std::string MakeTestDir() {
+        m_testDir = root + "/data/" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        std::filesystem::remove_all(m_testDir);
+        EXPECT_EQ(0, mkdir(m_testDir.c_str(), 0777));
+        chmod(m_testDir.c_str(), 0777);
+        return m_testDir;
+    }
+
     std::string root;  // the directory that holds the exports a, a/b and data
+
+private:
+    std::string m_testDir;
+};
+
+// Answers "cancelled" from the from'th question on.
+struct CancelFrom final : kxNFSUtils::CancelledIf {
+    bool Cancelled() override { return ++asked >= from; }
+    int asked = 0;
+    int from = 1 << 30;
 };
 
 }  // namespace kxtest
