@@ -129,11 +129,11 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
     // own: the log's lock, not this mutex, keeps processes apart; only count it as a sign that
     // another process has the file in use.
     const std::string mutexName = CreateAuxName(path, "_MUTEX");
-    bool lockObjectExisted = shm_unlink(("/" + mutexName).c_str()) == 0;
+    bool lockObjectExisted = kxEnv::Default()->ShmUnlink(("/" + mutexName).c_str()) == 0;
     long status = m_Mutex.Create(mutexName.c_str(), false);
     if (status != KX_OK) return status;
     // Another process made the lock object: it has the file in use, so never re-create it.
-    lockObjectExisted = lockObjectExisted || errno == ERROR_ALREADY_EXISTS;
+    lockObjectExisted = lockObjectExisted || m_Mutex.AlreadyExisted();
 
     OpenLocks locks(this);
     status = locks.TakeMutex(30000, 4);
@@ -450,7 +450,7 @@ long KLogStream::LockRemoteFile(unsigned long timeoutMs) {
     for (unsigned long waited = 0;; waited += 20) {
         const long status = m_File.TryLockFile(false);
         if (status != KX_S_WAIT_TIMEOUT || waited >= timeoutMs) return status;
-        nanosleep(&pause, nullptr);
+        kxEnv::Default()->NanoSleep(&pause, nullptr);
     }
 }
 

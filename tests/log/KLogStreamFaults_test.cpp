@@ -1,0 +1,282 @@
+// Failures of the system on the log write path, injected through the OS seam: opening the file,
+// making and waiting on its named mutex, taking its lock, mapping and flushing it, a full disk,
+// and short or failing writes while it is resized. Each must end in its status, leak no
+// descriptor, and lose none of the records written before: the next writer finds them all.
+#include <dirent.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/kxEnv.h"
+#include "kxTestProcess.h"
+#include "log/KLogStream.h"
+#include "log/kxLogRead.h"
+#include "platform/KMutex.h"
+
+namespace {
+
+using kxtest::TempDir;
+
+enum class Fault {
+    kNone,
+    kOpenLog,      // open of the log file: EACCES
+    kShmOpen,      // the named mutex's shared memory: EMFILE
+    kMutexWait,    // pthread_mutex_lock on the named mutex's block: EINVAL
+    kLockCall,     // the log's lock (the lock file's mutex): EINVAL
+    kLockBusy,     // the log's lock, held by someone else for longer than any wait
+    kMapLog,       // mmap of the log file: ENOMEM
+    kDiskFull,     // growing a file past 4 KB (ftruncate, posix_fallocate, write): ENOSPC
+    kMsync,        // msync: EIO
+    kShortWrites,  // every write and pwrite moves at most 1000 bytes
+    kWriteFails,   // write and pwrite: EIO, after `writesAllowed` calls that succeed
+};
+
+// The real system, with one kind of call failing while `fault` is set.
+class FaultEnv : public kxEnvWrapper {
+public:
+    std::atomic<Fault> fault{Fault::kNone};
+    std::string logPath;   // kOpenLog: the file whose opens fail
+    size_t mapLength = 0;  // kMapLog: the mapping length that fails
+    std::atomic<int> writesAllowed{0};
+    std::atomic<int> hits{0};
+
+    int Open(const char* path, int flags, mode_t mode) override {
+        if (fault == Fault::kOpenLog && logPath == path) return Errno(EACCES);
+        return kxEnvWrapper::Open(path, flags, mode);
+    }
+    int ShmOpen(const char* name, int flags, mode_t mode) override {
+        if (fault == Fault::kShmOpen) return Errno(EMFILE);
+        return kxEnvWrapper::ShmOpen(name, flags, mode);
+    }
+    void* Mmap(void* address, size_t length, int prot, int flags, int fd, off_t offset) override {
+        if (fault == Fault::kMapLog && length == mapLength) {
+            Errno(ENOMEM);
+            return MAP_FAILED;
+        }
+        void* p = kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
+        // Named mutexes map their block exactly: remember it so that only its own pthread
+        // mutex is failed (the process's critical sections lock pthread mutexes too).
+        if (p != MAP_FAILED && length == sizeof(KMutex::KMutexShared)) {
+            std::lock_guard<std::mutex> guard(m_blocksLock);
+            m_blocks.push_back(p);
+        }
+        return p;
+    }
+    int MutexLock(pthread_mutex_t* mutex) override {
+        if (fault == Fault::kMutexWait && InNamedBlock(mutex)) return Count(EINVAL);
+        return kxEnvWrapper::MutexLock(mutex);
+    }
+    // Only the log's lock uses these two.
+    int MutexTryLock(pthread_mutex_t* mutex) override {
+        if (fault == Fault::kLockCall) return Count(EINVAL);
+        if (fault == Fault::kLockBusy) return Count(EBUSY);
+        return kxEnvWrapper::MutexTryLock(mutex);
+    }
+    int MutexClockLock(pthread_mutex_t* mutex, clockid_t clock, const timespec* deadline) override {
+        if (fault == Fault::kLockCall) return Count(EINVAL);
+        if (fault == Fault::kLockBusy) return Count(ETIMEDOUT);
+        return kxEnvWrapper::MutexClockLock(mutex, clock, deadline);
+    }
+    // The small objects beside the log (the named mutex's 92 bytes, the 4 KB lock file) still
+    // fit: the disk is full for the log and its scratch file.
+    int Ftruncate(int fd, off_t length) override {
+        struct stat st;
+        if (fault == Fault::kDiskFull && length > 4096 && Fstat(fd, &st) == 0 && length > st.st_size)
+            return Errno(ENOSPC);
+        return kxEnvWrapper::Ftruncate(fd, length);
+    }
+    int Fallocate(int fd, off_t offset, off_t length) override {
+        if (fault == Fault::kDiskFull) return Count(ENOSPC);
+        return kxEnvWrapper::Fallocate(fd, offset, length);
+    }
+    int Msync(void* address, size_t length, int flags) override {
+        if (fault == Fault::kMsync) return Errno(EIO);
+        return kxEnvWrapper::Msync(address, length, flags);
+    }
+    ssize_t Write(int fd, const void* buffer, size_t count) override {
+        if (WriteFails()) return Errno(fault == Fault::kDiskFull ? ENOSPC : EIO);
+        if (fault == Fault::kShortWrites && count > 1000) count = Count(1000);
+        return kxEnvWrapper::Write(fd, buffer, count);
+    }
+    ssize_t Pwrite(int fd, const void* buffer, size_t count, off_t offset) override {
+        if (WriteFails()) return Errno(fault == Fault::kDiskFull ? ENOSPC : EIO);
+        if (fault == Fault::kShortWrites && count > 1000) count = Count(1000);
+        return kxEnvWrapper::Pwrite(fd, buffer, count, offset);
+    }
+
+private:
+    bool WriteFails() {
+        return fault == Fault::kDiskFull || (fault == Fault::kWriteFails && writesAllowed-- <= 0);
+    }
+    int Errno(int error) {
+        ++hits;
+        errno = error;
+        return -1;
+    }
+    int Count(int result) {
+        ++hits;
+        return result;
+    }
+    bool InNamedBlock(const void* p) {
+        std::lock_guard<std::mutex> guard(m_blocksLock);
+        for (void* block : m_blocks) {
+            const char* b = static_cast<const char*>(block);
+            if (p >= b && p < b + sizeof(KMutex::KMutexShared)) return true;
+        }
+        return false;
+    }
+    std::mutex m_blocksLock;
+    std::vector<void*> m_blocks;
+};
+
+long Printf(KLogStream& s, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const long r = s.vPrintf(1, kxLogSevProgress, 0, format, args);
+    va_end(args);
+    return r;
+}
+
+std::vector<std::string> Texts(const std::string& path) {
+    std::vector<KLogEntry> entries;
+    EXPECT_EQ(KX_OK, kxLogReadFile(path.c_str(), entries));
+    std::vector<std::string> out;
+    for (const KLogEntry& e : entries)
+        out.push_back(e.isText ? e.text : "<" + kxLogRecTypeName(e.info.GetType()) + ">");
+    return out;
+}
+
+std::vector<std::string> Names(const std::string& dir) {
+    std::vector<std::string> out;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d))
+            if (e->d_name[0] != '.') out.push_back(e->d_name);
+        closedir(d);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+int OpenDescriptors() {
+    int n = 0;
+    if (DIR* d = opendir("/proc/self/fd")) {
+        while (readdir(d) != nullptr) ++n;
+        closedir(d);
+    }
+    return n;
+}
+
+// When the fault is armed: while the stream is opened (at reopenKB), or while one record is
+// written or the stream is flushed.
+enum class Stage { kOpen, kPrintf, kFlush };
+
+struct Case {
+    const char* name;
+    Fault fault;
+    Stage stage;
+    unsigned long reopenKB;  // kOpen: 8 reopens at the same size, 16 resizes
+    long expected;
+    // The file is 16 KB with a "RESZ" record after the next open: the resize completed, or was
+    // completed from its scratch file by the next writer.
+    bool endsResized = false;
+    int writesAllowed = 0;  // kWriteFails
+};
+
+const Case kCases[] = {
+    {"open of the log file fails", Fault::kOpenLog, Stage::kOpen, 8, KX_E_FILE_OPEN},
+    {"named mutex cannot be made", Fault::kShmOpen, Stage::kOpen, 8, KX_E_MUTEX_CREATE},
+    {"named mutex cannot be waited on", Fault::kMutexWait, Stage::kOpen, 8, KX_E_WAIT_FAILED},
+    {"mapping fails", Fault::kMapLog, Stage::kOpen, 8, KX_E_LOG_MAP},
+    {"disk full while resizing", Fault::kDiskFull, Stage::kOpen, 16, KX_E_FILE_WRITE},
+    {"write fails before the log is touched", Fault::kWriteFails, Stage::kOpen, 16,
+     KX_E_FILE_WRITE},
+    {"write fails after the new header", Fault::kWriteFails, Stage::kOpen, 16, KX_E_FILE_WRITE,
+     true, 1},
+    {"short writes while resizing", Fault::kShortWrites, Stage::kOpen, 16, KX_OK, true},
+    {"lock call fails", Fault::kLockCall, Stage::kPrintf, 8, KX_E_FILE_LOCK},
+    {"lock stays busy", Fault::kLockBusy, Stage::kPrintf, 8, KX_S_WAIT_TIMEOUT},
+    {"flush fails", Fault::kMsync, Stage::kFlush, 8, KX_E_FILE_FLUSH},
+};
+
+TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        TempDir dir;
+        const std::string path = dir / "f.log";
+        std::vector<std::string> before;
+        {
+            KLogStream s(dir.path().c_str(), "f.log", 8, 0, true);
+            ASSERT_TRUE(s.IsLive());
+            for (int i = 0; i < 20; ++i) ASSERT_EQ(KX_OK, Printf(s, "record %d", i));
+        }
+        before = Texts(path);
+        ASSERT_EQ(21u, before.size());  // STRT and twenty texts
+
+        FaultEnv env;
+        env.logPath = path;
+        env.mapLength = c.reopenKB * 1024;
+        env.writesAllowed = c.writesAllowed;
+        const int descriptors = OpenDescriptors();
+        {
+            kxScopedEnv scope(&env);
+            if (c.stage == Stage::kOpen) env.fault = c.fault;
+            KLogStream s(dir.path().c_str(), "f.log", c.reopenKB, 0, true);
+            long result = s.GetOpenStatus();
+            if (c.stage != Stage::kOpen) {
+                ASSERT_TRUE(s.IsLive());
+                env.fault = c.fault;
+                result = c.stage == Stage::kPrintf ? Printf(s, "lost") : s.Flush();
+                env.fault = Fault::kNone;
+                // The failure leaves nothing held: the stream goes on.
+                EXPECT_EQ(KX_OK, Printf(s, "after"));
+            }
+            EXPECT_EQ(c.expected, result) << std::hex << result;
+            EXPECT_EQ(c.expected == KX_OK || c.stage != Stage::kOpen, s.IsLive());
+            EXPECT_GT(env.hits.load(), 0);
+            env.fault = Fault::kNone;
+        }
+        EXPECT_EQ(descriptors, OpenDescriptors());
+
+        // The next writer finds a valid file (finishing an interrupted resize from its scratch
+        // file) and re-creates nothing; the records are all there, and nothing else is left.
+        if (c.stage != Stage::kOpen) before.push_back("after");
+        if (c.endsResized) before.push_back("<RESZ>");
+        {
+            KLogStream again(dir.path().c_str(), "f.log", c.endsResized ? 16 : 8, 0, true);
+            ASSERT_TRUE(again.IsLive());
+            EXPECT_EQ(static_cast<long>(before.size()), again.RecordCount());
+            EXPECT_EQ((c.endsResized ? 16 : 8) * 1024, again.SizeInBytes());
+        }
+        EXPECT_EQ(before, Texts(path));
+        EXPECT_EQ((std::vector<std::string>{"f.log", "f.log.lock"}), Names(dir.path()));
+    }
+}
+
+TEST(KLogStreamFaultsTest, CreatingOnAFullDiskFailsAndTheNextWriterStartsAfresh) {
+    TempDir dir;
+    const int descriptors = OpenDescriptors();
+    {
+        FaultEnv env;
+        env.fault = Fault::kDiskFull;
+        kxScopedEnv scope(&env);
+        KLogStream s(dir.path().c_str(), "f.log", 8, 0, true);
+        EXPECT_FALSE(s.IsLive());
+        EXPECT_EQ(KX_E_LOG_RECREATE, s.GetOpenStatus());
+        EXPECT_EQ(KX_E_LOG_NO_STREAM, Printf(s, "lost"));
+    }
+    EXPECT_EQ(descriptors, OpenDescriptors());
+    {
+        KLogStream s(dir.path().c_str(), "f.log", 8, 0, true);
+        ASSERT_TRUE(s.IsLive());
+        EXPECT_EQ(KX_OK, Printf(s, "first"));
+    }
+    EXPECT_EQ((std::vector<std::string>{"<STRT>", "first"}), Texts(dir / "f.log"));
+}
+
+}  // namespace
