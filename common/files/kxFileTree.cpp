@@ -12,6 +12,7 @@
 #include "files/kxPath.h"
 #include "platform/kxDirectoryTree.h"
 #include "base/kxLog.h"
+#include "platform/kxPlatformErrors.h"
 #include "platform/kxWin32.h"
 
 namespace kxFileUtils {
@@ -63,7 +64,7 @@ private:
         return KX_E_BAD_ARGUMENT;
     }
     long CreateFailed(const char* level, int error) override {
-        const long status = error == 5 ? KX_E_DIRECTORY_REFUSED : KX_E_DIRECTORY;
+        const long status = StatusFromLastError(static_cast<DWORD>(error), KX_E_DIRECTORY);
         kxLogPrintfA(status, kSevFailure, "%s: error %d creating directory <%s>'", kCreateTree,
                      error, level);
         return status;
@@ -118,7 +119,7 @@ long CleanDirectory(const char* dir, bool deleteDirectory, bool stopOnError, con
         const long failed = kxStatus(0xE0020107);
         kxLogPrintfA(failed, kSevFailure,
                      "%s: error %d setting read-only directory <%s> to be writable", function,
-                     errno, dir);
+                     static_cast<int>(GetLastError()), dir);
         return failed;
     }
 
@@ -142,7 +143,7 @@ long CleanDirectory(const char* dir, bool deleteDirectory, bool stopOnError, con
     if (deleteDirectory && !anyFailed) {
         if (!RemoveDirectoryA(dir)) {
             kxLogPrintfA(KX_E_DIRECTORY, kSevFailure, "%s: error %d deleting directory <%s>",
-                         function, errno, dir);
+                         function, static_cast<int>(GetLastError()), dir);
             return KX_E_DIRECTORY;
         }
         return KX_OK;
@@ -170,7 +171,7 @@ long CopyDirectoryTree(const char* from, const char* to, _SECURITY_ATTRIBUTES* s
                 return status;
             }
         } else if (!CopyFileA(source.c_str(), target.c_str(), FALSE)) {
-            const int error = errno;
+            const int error = static_cast<int>(GetLastError());
             status = kxCopyFailureStatus(error);
             kxLogPrintfA(status, kSevFailure, "%s: error %d copying file <%s> to <%s>", function,
                          error, source.c_str(), target.c_str());

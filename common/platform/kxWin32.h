@@ -3,9 +3,11 @@
 // values there need them) and are included from here for callers of the whole set.
 //
 // Convention: functions return a BOOL (1 success, 0 failure) unless stated otherwise. On failure
-// errno holds a Win32 error number where one is listed (2 not found, 5 access denied,
-// 87 invalid parameter, 122 buffer too small), else the Unix errno of the failing call.
-// None of these functions logs or throws.
+// the last error (GetLastError, platform/kxPlatformErrors.h) holds a Win32 error number where
+// one is listed (2 not found, 5 access denied, 87 invalid parameter, 122 buffer too small), else
+// the Unix errno of the failing call. The last error is errno itself: callers written against
+// the Win32 model read it there, so it stays errno. None of these functions logs or throws.
+// Their system calls go through the process Env (base/kxEnv.h), read at each call.
 //
 // Thread safety: all may be called from any thread (CoCreateGuid uses the reentrant crypt_r).
 #pragma once
@@ -14,6 +16,7 @@
 
 #include "base/kxWin32Time.h"
 #include "base/kxWin32Types.h"
+#include "platform/kxPlatformErrors.h"
 
 // Memory ------------------------------------------------------------------------------------
 
