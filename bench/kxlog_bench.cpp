@@ -146,12 +146,12 @@ void KxLog(benchmark::State& state) {
             if (!stream.IsLive() ||
                 (stream.GetLockMode() == KLogLock::Mode::kFileLock) != fileLock)
                 _exit(2);
-            g_pKLogStreamDefault = &stream;
+            g_pKLogSinkDefault = &stream;
             LoopStart();
             for (long i = 0; i < count; ++i)
                 kxLogPrintfA(0, kxLogSevProgress, kFormat, i, i % 100, i % 10000);
             LoopEnd();
-            g_pKLogStreamDefault = nullptr;
+            g_pKLogSinkDefault = nullptr;
         });
     }
     Report(state, procs, loopNs);

@@ -499,9 +499,6 @@ void TextSeeds() {
 
 }  // namespace
 
-// The seeds are written by a program that never logs.
-bool g_bLoggingDoAutoInit = false;
-
 int main(int argc, char** argv) {
     if (argc != 2) {
         fprintf(stderr, "usage: kx_fuzz_seeds DIR\n");

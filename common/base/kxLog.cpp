@@ -3,21 +3,22 @@
 
 #include <cstdio>
 
-#include "log/KLogStream.h"
+#include "base/kxLogSink.h"
 
-KLogStream* g_pKLogStreamDefault = nullptr;
+KLogSink* g_pKLogSinkDefault = nullptr;
 bool g_LogInfoMessages = false;
 
 namespace {
 
-// Runs one stream operation on the default stream. Nothing escapes: an exception is reported
-// to the system log as "unhandled exception in <caller>" and turned into a status.
+// Runs one sink operation on the default sink. Nothing escapes: an exception is reported to
+// the system log as "unhandled exception in <caller>" and turned into a status.
 template <typename Op>
-long WithDefaultStream(const char* caller, Op op) noexcept {
-    KLogStream* stream = g_pKLogStreamDefault;
-    if (!KLogStream::IsLive(stream)) return KX_E_LOG_NO_STREAM;
+long WithDefaultSink(const char* caller, Op op) noexcept {
+    // One read: the pointer may be replaced meanwhile, the sink it named must stay usable.
+    KLogSink* sink = g_pKLogSinkDefault;
     try {
-        return op(*stream);
+        if (sink == nullptr || !sink->IsLive()) return KX_E_LOG_NO_STREAM;
+        return op(*sink);
     } catch (...) {
         static const char kPrefix[] = "unhandled exception in ";
         char text[sizeof(kPrefix) + 32];
@@ -30,8 +31,8 @@ long WithDefaultStream(const char* caller, Op op) noexcept {
 
 long NarrowV(const char* caller, long code, kxLogSev sev, unsigned long flags, const char* format,
              va_list args) {
-    return WithDefaultStream(
-        caller, [&](KLogStream& s) { return s.vPrintf(code, sev, flags, format, args); });
+    return WithDefaultSink(
+        caller, [&](KLogSink& s) { return s.vPrintf(code, sev, flags, format, args); });
 }
 
 }  // namespace
@@ -57,8 +58,8 @@ long kxLogvPrintfA(long code, kxLogSev sev, const char* format, va_list args) {
 }
 
 long kxLogvPrintfW(long code, kxLogSev sev, const wchar_t* format, va_list args) {
-    return WithDefaultStream(
-        "kxLogvPrintfW", [&](KLogStream& s) { return s.vPrintf(code, sev, 0, format, args); });
+    return WithDefaultSink(
+        "kxLogvPrintfW", [&](KLogSink& s) { return s.vPrintf(code, sev, 0, format, args); });
 }
 
 long kxLogPrintfEx(long code, kxLogSev sev, unsigned long flags, const char* format, ...) {
@@ -72,7 +73,7 @@ long kxLogPrintfEx(long code, kxLogSev sev, unsigned long flags, const char* for
 long kxLogBigMsgPrintfA(long code, kxLogSev sev, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    long r = WithDefaultStream("kxLogBigMsgPrintfA", [&](KLogStream& s) {
+    long r = WithDefaultSink("kxLogBigMsgPrintfA", [&](KLogSink& s) {
         return s.vBigMsgPrintf(code, sev, 0, format, args);
     });
     va_end(args);
@@ -80,13 +81,13 @@ long kxLogBigMsgPrintfA(long code, kxLogSev sev, const char* format, ...) {
 }
 
 long kxLogPrintStringA(const char* text, long code, kxLogSev sev, unsigned long flags) {
-    return WithDefaultStream("kxLogPrintStringA",
-                             [&](KLogStream& s) { return s.PrintString(text, code, sev, flags); });
+    return WithDefaultSink("kxLogPrintStringA",
+                             [&](KLogSink& s) { return s.PrintString(text, code, sev, flags); });
 }
 
 long kxLogPrintStringW(const char* text, long code, kxLogSev sev, unsigned long flags) {
-    return WithDefaultStream("kxLogPrintStringW",
-                             [&](KLogStream& s) { return s.PrintString(text, code, sev, flags); });
+    return WithDefaultSink("kxLogPrintStringW",
+                             [&](KLogSink& s) { return s.PrintString(text, code, sev, flags); });
 }
 
 void kxLogInfoMessages(bool on) { g_LogInfoMessages = on; }

@@ -1,18 +1,18 @@
-// The logging front end: printf-style and plain-string calls that append a text record to the
-// process's default log stream, a one-off message to the system log, and reports of caught
-// exceptions.
+// The logging front end: printf-style and plain-string calls that hand a text record to the
+// process's default sink (base/kxLogSink.h; normally the default log stream, which appends it
+// to its ring file), a one-off message to the system log, and reports of caught exceptions.
 //
 // Convention: every writing call returns a status (see base/kxStatus.h) and never throws.
 //   0                      record written
 //   KX_S_LOG_INFO_DROPPED  severity 0 while informational messages are off; nothing written
-//   KX_E_LOG_NO_STREAM     no live default stream, or the stream/file refused the record
-//   KX_E_UNHANDLED_EXCEPTION  an exception escaped from the stream; reported to the system log
-//   other                  the status of the lock on the log file
+//   KX_E_LOG_NO_STREAM     no live default sink, or the sink refused the record
+//   KX_E_UNHANDLED_EXCEPTION  an exception escaped from the sink; reported to the system log
+//   other                  what the sink returned (the stream: the status of its file lock)
 // Callers in the library ignore these results: a message that cannot be written is lost, which
 // is the intended behaviour during early start-up and late shutdown.
 //
-// Thread safety: any thread may call any function at any time. The default stream pointer is
-// read without a lock; the stream serialises writers, within and across processes.
+// Thread safety: any thread may call any function at any time. The default sink pointer is
+// read without a lock; the sink serialises writers (the stream: within and across processes).
 #pragma once
 
 #include <cstdarg>
@@ -37,12 +37,6 @@ constexpr long KX_E_LOG_NO_STREAM = kxStatus(0xE0010101);
 constexpr unsigned kxLogMaxText = 1016;        // narrow record, bytes
 constexpr unsigned kxLogMaxBigText = 4088;     // kxLogBigMsgPrintfA, bytes
 constexpr unsigned kxLogMaxWideText = 1022;    // wide record, wide characters
-
-class KLogStream;
-
-// The process's default stream; null until logging start-up has opened it and again after
-// shutdown. Counts as live only while its signature says so (KLogStream::IsLive).
-extern KLogStream* g_pKLogStreamDefault;
 
 // While false (the default), severity-0 messages are dropped before formatting.
 extern bool g_LogInfoMessages;

@@ -8,20 +8,20 @@
 #include <cstring>
 #include <string>
 
-#include "log/KLogStream.h"
 #include "base/kxLog.h"
+#include "base/kxLogSink.h"
+#include "log/KLogStream.h"
 #include "platform/KFileUnix.h"
 #include "platform/kxWin32.h"
 
+KLogStream* g_pKLogStreamDefault = nullptr;
 KLogStream* g_pKLogStreamEvents = nullptr;
 KLogStream* g_pKLogStreamPerfCtrs = nullptr;
 unsigned long g_KLogStreamDefaultSize = 0;
 unsigned long g_KLogStreamEventsSize = 0;
 unsigned long g_KLogStreamPerfCtrsSize = 0;
 bool g_LoggingInitialized = false;
-// Weak, so that a program can replace it with its own constant-initialised definition; see the
-// declaration.
-__attribute__((weak)) bool g_bLoggingDoAutoInit = true;
+bool g_bLoggingDoAutoInit = true;
 uint32_t g_CurrentProcessId = 0;
 HINSTANCE g_hInstance = nullptr;
 
@@ -55,24 +55,7 @@ void End() {
     g_LoggingInitialized = false;
 }
 
-void AtExit() {
-    if (g_LoggingInitialized) End();
-}
-
-// Starts logging while the library's static objects are built, and stops it at exit.
-struct AutoInit {
-    AutoInit() {
-        if (g_bLoggingDoAutoInit && !g_LoggingInitialized) Begin(nullptr, nullptr);
-        atexit(AtExit);
-    }
-};
-AutoInit g_AutoInit;
-
 }  // namespace
-
-// Referenced by the link options of the logging library, so that this file (and with it the
-// start-up above) is part of every program that logs.
-extern "C" const char kx_log_startup_anchor = 0;
 
 namespace kxLogging {
 
@@ -153,6 +136,7 @@ void kxLogStreamObjectsTerm() {
         KLogStream* owned = g_pOwned[i];
         if (owned == nullptr) continue;
         // Unpublish before destroying, so that no caller picks up a dying stream.
+        if (g_pKLogSinkDefault == owned) g_pKLogSinkDefault = nullptr;
         if (*g_KLogInfo[i].stream == owned) *g_KLogInfo[i].stream = nullptr;
         g_pOwned[i] = nullptr;
         delete owned;
@@ -176,6 +160,7 @@ long kxLogStreamObjectInit(const char* dir, HKEY key, bool useEnv, KLogInfo* inf
     }
     *info->stream = stream;
     g_pOwned[info - g_KLogInfo] = stream;
+    if (info->stream == &g_pKLogStreamDefault) g_pKLogSinkDefault = stream;
     return KX_OK;
 }
 

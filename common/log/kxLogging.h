@@ -35,6 +35,11 @@ typedef void* HINSTANCE;
 // A configuration-store key; this system reads no store and always passes null.
 typedef void* HKEY;
 
+// The process's default stream; null until the start-up has opened it and again after shutdown.
+// While it is open it is also the default sink (g_pKLogSinkDefault), which every kxLog... call
+// writes to: kxLogStreamObjectInit installs it there, kxLogStreamObjectsTerm takes it away before
+// closing it. Counts as live only while its signature says so (KLogStream::IsLive).
+extern KLogStream* g_pKLogStreamDefault;
 extern KLogStream* g_pKLogStreamEvents;
 extern KLogStream* g_pKLogStreamPerfCtrs;
 // Sizes in KB given by StartLogging; 0 means "KX_LOG_SIZE".
@@ -42,11 +47,10 @@ extern unsigned long g_KLogStreamDefaultSize;
 extern unsigned long g_KLogStreamEventsSize;
 extern unsigned long g_KLogStreamPerfCtrsSize;
 extern bool g_LoggingInitialized;
-// True: logging starts by itself while static objects are built. A program that must not write
-// to the standard log files even when KX_LOG_DIR is set (a log reader, say) defines its own
-//     bool g_bLoggingDoAutoInit = false;
-// at namespace scope; that definition replaces the library's, and being a constant it is in
-// place before any static object runs.
+// True: logging starts by itself while static objects are built (see log/kxLogStartup.cpp). A
+// program that must not write to the standard log files even when KX_LOG_DIR is set (a log
+// reader, say) leaves the start-up out of its link instead: the build property
+// KX_NO_LOG_STARTUP on its target (cmake/KxTargets.cmake).
 extern bool g_bLoggingDoAutoInit;
 extern uint32_t g_CurrentProcessId;
 extern HINSTANCE g_hInstance;

@@ -187,10 +187,10 @@ TEST(KLogStreamTest, RefusedArgumentsLeaveAStreamThatIsNotLive) {
     EXPECT_EQ(-1, FileSize(dir / "a.log")) << "nothing was created";
 
     // Through the front end: the default stream refuses, the message is lost.
-    KLogStream* saved = g_pKLogStreamDefault;
-    g_pKLogStreamDefault = &tooBig;
+    KLogSink* saved = g_pKLogSinkDefault;
+    g_pKLogSinkDefault = &tooBig;
     EXPECT_EQ(KX_E_LOG_NO_STREAM, kxLogPrintfA(0, kxLogSevWarning, "lost"));
-    g_pKLogStreamDefault = saved;
+    g_pKLogSinkDefault = saved;
 }
 
 TEST(KLogStreamTest, DamagedOrForeignFilesAreRecreatedEmpty) {

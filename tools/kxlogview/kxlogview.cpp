@@ -294,10 +294,6 @@ int Follow(const Options& o, std::unique_ptr<KLogStream>& s, uint32_t newestSeen
 
 }  // namespace
 
-// The viewer never writes: not even its own "logging starting" into the files it may be showing
-// when the user's environment configures logging.
-bool g_bLoggingDoAutoInit = false;
-
 int main(int argc, char** argv) {
     Options o;
     std::string error;

@@ -1,5 +1,5 @@
-// The logging front end: dispatch to the default stream, the no-stream path, the catch-all
-// around the stream, the system-log path and the exception reports.
+// The logging front end: dispatch to the default sink, the no-sink path, the catch-all around
+// the sink, the system-log path and the exception reports.
 #include <syslog.h>
 
 #include <cstdarg>
@@ -10,13 +10,13 @@
 
 #include "gtest/gtest.h"
 #include "kxSyslogCapture.h"
-#include "log/KLogStream.h"
 #include "base/kxLog.h"
+#include "base/kxLogSink.h"
 
 namespace {
 
-// A live stream that keeps what it is given, or throws when told to.
-class RecordingStream : public KLogStream {
+// A sink that keeps what it is given, or throws when told to.
+class RecordingSink : public KLogSink {
 public:
     struct Call {
         std::string op;
@@ -25,8 +25,7 @@ public:
         unsigned long flags;
         std::string text;
     };
-    RecordingStream() { m_dwSignature = kSignatureLive; }
-    void Kill() { m_dwSignature = kSignatureReset; }
+    bool IsLive() const override { return live; }
 
     long vPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
                  va_list args) override {
@@ -52,13 +51,14 @@ public:
         return Record("PrintString", code, sev, flags, text);
     }
 
+    bool live = true;
     bool throwNext = false;
     long result = 0;
     std::vector<Call> calls;
 
 private:
     long Record(const char* op, long code, kxLogSev sev, unsigned long flags, std::string text) {
-        if (throwNext) throw std::runtime_error("stream failure");
+        if (throwNext) throw std::runtime_error("sink failure");
         calls.push_back({op, code, sev, flags, std::move(text)});
         return result;
     }
@@ -99,41 +99,41 @@ const char* const kWriterNames[] = {"kxLogPrintfA",  "kxLogPrintfW",      "kxLog
 class LogFrontEnd : public ::testing::Test {
 protected:
     void SetUp() override {
-        saved_ = g_pKLogStreamDefault;
-        g_pKLogStreamDefault = &stream_;
+        saved_ = g_pKLogSinkDefault;
+        g_pKLogSinkDefault = &sink_;
     }
     void TearDown() override {
-        g_pKLogStreamDefault = saved_;
+        g_pKLogSinkDefault = saved_;
         kxLogInfoMessages(false);
     }
-    RecordingStream stream_;
-    KLogStream* saved_ = nullptr;
+    RecordingSink sink_;
+    KLogSink* saved_ = nullptr;
 };
 
 }  // namespace
 
-TEST(LogFrontEndNoStream, EveryWriterReturnsNoStreamStatus) {
-    KLogStream* saved = g_pKLogStreamDefault;
-    g_pKLogStreamDefault = nullptr;
+TEST(LogFrontEndNoSink, EveryWriterReturnsNoStreamStatus) {
+    KLogSink* saved = g_pKLogSinkDefault;
+    g_pKLogSinkDefault = nullptr;
     for (long r : CallEveryWriter()) {
         EXPECT_EQ(r, KX_E_LOG_NO_STREAM);
         // The 32-bit pattern, sign-extended where long is wider.
         EXPECT_EQ(static_cast<int64_t>(r), static_cast<int64_t>(static_cast<int32_t>(0xE0010101)));
     }
-    g_pKLogStreamDefault = saved;
+    g_pKLogSinkDefault = saved;
 }
 
-TEST_F(LogFrontEnd, DeadStreamIsNotCalled) {
-    stream_.Kill();
+TEST_F(LogFrontEnd, DeadSinkIsNotCalled) {
+    sink_.live = false;
     for (long r : CallEveryWriter()) EXPECT_EQ(r, KX_E_LOG_NO_STREAM);
-    EXPECT_TRUE(stream_.calls.empty());
+    EXPECT_TRUE(sink_.calls.empty());
 }
 
-TEST_F(LogFrontEnd, WritersForwardArgumentsAndReturnStreamStatus) {
-    stream_.result = kxStatus(0xA0FFFF02);
-    for (long r : CallEveryWriter()) EXPECT_EQ(r, stream_.result);
-    ASSERT_EQ(stream_.calls.size(), 8u);
-    const auto& c = stream_.calls;
+TEST_F(LogFrontEnd, WritersForwardArgumentsAndReturnSinkStatus) {
+    sink_.result = kxStatus(0xA0FFFF02);
+    for (long r : CallEveryWriter()) EXPECT_EQ(r, sink_.result);
+    ASSERT_EQ(sink_.calls.size(), 8u);
+    const auto& c = sink_.calls;
     EXPECT_EQ(c[0].op, "vPrintfA");
     EXPECT_EQ(c[0].text, "a1");
     EXPECT_EQ(c[0].code, 1);
@@ -163,22 +163,22 @@ TEST_F(LogFrontEnd, ExceptionReportsUseTheirFormatsAndStatus) {
     EXPECT_EQ(kxLogPrintUnhandledExceptionMessage(nullptr, 7), KX_E_UNHANDLED_EXCEPTION);
     EXPECT_EQ(kxLogPrintMemoryExceptionMessage("KBuffer::Alloc", 12), KX_E_UNHANDLED_EXCEPTION);
     EXPECT_EQ(kxLogPrintStructuredExceptionMessage("f", 0xC0000005, 3), KX_E_UNHANDLED_EXCEPTION);
-    ASSERT_EQ(stream_.calls.size(), 3u);
-    EXPECT_EQ(stream_.calls[0].text, "???: unhandled exception (7)");
-    EXPECT_EQ(stream_.calls[0].code, KX_E_UNHANDLED_EXCEPTION);
-    EXPECT_EQ(stream_.calls[0].sev, kxLogSevError);
-    EXPECT_EQ(stream_.calls[1].text, "KBuffer::Alloc: memory exception (12)");
-    EXPECT_EQ(stream_.calls[2].text, "f: structured exception 0xC0000005 (3)");
+    ASSERT_EQ(sink_.calls.size(), 3u);
+    EXPECT_EQ(sink_.calls[0].text, "???: unhandled exception (7)");
+    EXPECT_EQ(sink_.calls[0].code, KX_E_UNHANDLED_EXCEPTION);
+    EXPECT_EQ(sink_.calls[0].sev, kxLogSevError);
+    EXPECT_EQ(sink_.calls[1].text, "KBuffer::Alloc: memory exception (12)");
+    EXPECT_EQ(sink_.calls[2].text, "f: structured exception 0xC0000005 (3)");
 
     // The report's status is returned whatever the write returned.
-    stream_.throwNext = true;
+    sink_.throwNext = true;
     EXPECT_EQ(kxLogPrintUnhandledExceptionMessage("g", 1), KX_E_UNHANDLED_EXCEPTION);
 }
 
-TEST_F(LogFrontEnd, ThrowingStreamIsCaughtAndReportedToSystemLog) {
+TEST_F(LogFrontEnd, ThrowingSinkIsCaughtAndReportedToSystemLog) {
     std::vector<long> results;
     auto messages = kxtest::CaptureSyslog([&] {
-        stream_.throwNext = true;
+        sink_.throwNext = true;
         for (long r : CallEveryWriter())
             if (r != KX_E_UNHANDLED_EXCEPTION) _exit(10);
     });
