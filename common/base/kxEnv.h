@@ -10,11 +10,12 @@
 //     kxEnv::Default() as it is at construction, kept for the object's whole life (KFile,
 //     KFileUnix, KMutex, KLogLock, KDirectory). An object never switches Env midway, so a fault
 //     injected into one object cannot reach another that was built before the wrapper existed.
-//   - Objects whose layout is fixed (KCriticalSection, shared between files and sized exactly),
-//     objects whose public constructor has no room for one (the log stream and the standard
-//     log start-up), and free functions (the Win32-shaped functions, kxHeap, the file-tree
-//     utilities) use kxEnv::Default() at each call. Tests reach those with a kxScopedEnv, which
-//     installs a wrapper as the process Env for the length of a scope.
+//   - The log stream's constructor has no room for one: its file, named mutex and lock capture
+//     kxEnv::Default() when the stream is built, so a test builds the stream inside a
+//     kxScopedEnv (the stream's own few calls read Default() as they go).
+//   - KCriticalSection (whose layout is fixed) and the free functions (the Win32-shaped
+//     functions, kxHeap, the file-tree utilities) use kxEnv::Default() at each call; tests
+//     reach them with a kxScopedEnv, which installs a wrapper as the process Env for a scope.
 //
 // What a call must look like: each method stands for the system call or C-library function it
 // is named after and has its exact contract: the same arguments, the same return value, and on
@@ -32,6 +33,9 @@
 // Lifetime: Posix() lives until the process ends (it is never destroyed, so exit handlers may
 // still log through it). A wrapper must outlive every object that captured it and every
 // kxScopedEnv that installed it.
+//
+// Left out on purpose: getpid, uname, sysconf, gethostname, times and sched_yield, queries of
+// identity and scheduling that cannot fail in a way any of these paths could handle.
 #pragma once
 
 #include <glob.h>
