@@ -12,6 +12,7 @@
 #include "base/kxLogSink.h"
 #include "log/KLogStream.h"
 #include "platform/KFileUnix.h"
+#include "platform/kxDirectoryTree.h"
 #include "platform/kxWin32.h"
 
 KLogStream* g_pKLogStreamDefault = nullptr;
@@ -205,23 +206,34 @@ long kxLogPathExists(const char* path, bool& exists, unsigned long* attributes) 
     return KX_E_LOG_PATH;
 }
 
+namespace {
+
+// The start-up's rules for the shared walk: "/" and "\" both separate levels, an existing
+// non-directory is a bad argument, and nothing is logged (this runs while the log streams are
+// being set up).
+class LogDirectoryTree : public kxDirectoryTree {
+public:
+    LogDirectoryTree() : kxDirectoryTree("/\\") {}
+
+private:
+    long Examine(const char* level, bool& missing) override {
+        bool exists = false;
+        unsigned long attrs = 0;
+        const long status = kxLogPathExists(level, exists, &attrs);
+        missing = !exists;
+        if (status != KX_OK || !exists) return status;
+        return (attrs & FILE_ATTRIBUTE_DIRECTORY) != 0 ? KX_OK : KX_E_BAD_ARGUMENT;
+    }
+    long CreateFailed(const char*, int) override { return KX_E_LOG_MKDIR; }
+};
+
+}  // namespace
+
 long kxLogCreateDirectoryTree(const char* path, _SECURITY_ATTRIBUTES* sa) {
     if (path == nullptr || strlen(path) > kMaxDir) return KX_E_BAD_ARGUMENT;
     std::string p = path;
+    if (!p.empty() && (p.back() == '/' || p.back() == '\\')) p.pop_back();
     if (p.empty()) return KX_OK;
-    if (p.back() == '/' || p.back() == '\\') p.pop_back();
-    if (p.empty()) return KX_OK;
-    bool exists = false;
-    unsigned long attrs = 0;
-    const long status = kxLogPathExists(p.c_str(), exists, &attrs);
-    if (status != KX_OK) return status;
-    if (exists) return (attrs & FILE_ATTRIBUTE_DIRECTORY) != 0 ? KX_OK : KX_E_BAD_ARGUMENT;
-    const size_t cut = p.find_last_of("/\\");
-    if (cut != std::string::npos && cut > 0) {
-        const long parent = kxLogCreateDirectoryTree(p.substr(0, cut).c_str(), sa);
-        if (parent != KX_OK) return parent;
-    }
-    // A concurrent creator wins the race harmlessly.
-    if (!CreateDirectoryA(p.c_str(), sa) && errno != EEXIST) return KX_E_LOG_MKDIR;
-    return KX_OK;
+    LogDirectoryTree tree;
+    return tree.Make(&p[0], p.size(), sa, nullptr);
 }
