@@ -30,7 +30,6 @@ public:
     void FreeAll();
 
     unsigned GetElementSize() const { return m_nAllocSize; }
-    unsigned GetElementsPerChunk() const { return m_nBlockSize; }
 
 private:
     uint32_t m_nAllocSize;  // bytes per element

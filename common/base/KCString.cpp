@@ -1,7 +1,5 @@
 #include "base/KCString.h"
 
-#include <strings.h>
-
 #include <cctype>
 #include <climits>
 #include <cstdlib>
@@ -313,10 +311,6 @@ KCString operator+(char a, const KCString& b) {
 }
 
 int KCString::Compare(const char* text) const { return strcmp(m_pchData, text ? text : ""); }
-
-int KCString::CompareNoCase(const char* text) const {
-    return strcasecmp(m_pchData, text ? text : "");
-}
 
 // ---- Buffer access ----
 

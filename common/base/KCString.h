@@ -76,14 +76,12 @@ public:
     bool IsEmpty() const { return GetData()->dataLength == 0; }
     operator const char*() const { return m_pchData; }
     const char* c_str() const { return m_pchData; }
-    char GetAt(int i) const { return m_pchData[i]; }
     char operator[](int i) const { return m_pchData[i]; }
     // The block header; for diagnostics and tests (sharing is visible in refCount).
     const KCStringData* GetData() const { return reinterpret_cast<KCStringData*>(m_pchData) - 1; }
 
-    // strcmp / strcasecmp against text (null counts as "").
+    // strcmp against text (null counts as "").
     int Compare(const char* text) const;
-    int CompareNoCase(const char* text) const;
 
     // --- Buffer access ---
 

@@ -173,7 +173,6 @@ TEST(KCStringEdit, ConcatenationAndComparison) {
     EXPECT_EQ((KCString() + KCString()).c_str(), kxStrUtils::_afxPchNil);
     EXPECT_TRUE(b < a);
     EXPECT_TRUE(a != b);
-    EXPECT_EQ(a.CompareNoCase("FOO"), 0);
     EXPECT_GT(a.Compare(nullptr), 0);
     EXPECT_EQ(strlen(a), 3u);  // usable as a plain C string
 }
