@@ -22,7 +22,7 @@ bool process::start() {
     kxLogPrintfA(0, kxLogSevInfo, "process::start()");
     pid_ = fork();
     if (pid_ == -1) {
-        kxLogPrintfA(errno, kxLogSevStartFailure, "fork() failed!\n");
+        kxLogPrintfA(errno, kxLogSevFailure, "fork() failed!\n");
         return false;
     }
     if (pid_ > 0) return true;
@@ -37,7 +37,7 @@ bool process::start() {
     static char* noArgs[] = {nullptr};
     execv(path, argvCopy_ ? argvCopy_.get() : noArgs);
     int err = errno;
-    kxLogPrintfA(err, kxLogSevStartFailure, "execv() failed! errno: %d\n", err);
+    kxLogPrintfA(err, kxLogSevFailure, "execv() failed! errno: %d\n", err);
     exit(1);
 }
 

@@ -38,7 +38,7 @@ void PrintUsage(char missing) {
 void Daemonize(const char* lastArg) {
     const pid_t child = fork();
     if (child == -1) {
-        kxLogPrintfA(errno, kxLogSevDaemonFailure, "%s: fork failed", lastArg);
+        kxLogPrintfA(errno, kxLogSevFatal, "%s: fork failed", lastArg);
         exit(1);
     }
     if (child > 0) {

@@ -7,19 +7,18 @@
 
 namespace {
 
-constexpr kxLogSev kSevFailure = static_cast<kxLogSev>(4);
-
 // The buffer's own heap calls carry no caller position.
 long FreeBlock(void* p, const char* caller) {
     long status = kxMem::Free(p, nullptr, -1);
-    if (status != KX_OK) kxLogPrintfA(status, kSevFailure, "%s: error releasing buffer", caller);
+    if (status != KX_OK)
+        kxLogPrintfA(status, kxLogSevFailure, "%s: error releasing buffer", caller);
     return status;
 }
 
 long AllocBlock(unsigned long size, unsigned char** pOut, const char* caller) {
     long status = kxMem::Alloc(size, pOut, nullptr, -1);
     if (status != KX_OK)
-        kxLogPrintfA(status, kSevFailure, "%s: error allocating %d bytes", caller,
+        kxLogPrintfA(status, kxLogSevFailure, "%s: error allocating %d bytes", caller,
                      static_cast<int>(size));
     return status;
 }

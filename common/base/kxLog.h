@@ -26,8 +26,9 @@ enum kxLogSev : uint32_t {
     kxLogSevProgress = 1,     // normal progress
     kxLogSevWarning = 2,
     kxLogSevError = 3,        // every exception report
-    kxLogSevStartFailure = 4, // fork or execv of the watched process failed
-    kxLogSevDaemonFailure = 5 // the Watcher could not daemonize
+    kxLogSevFailure = 4,      // an operation failed and was given up (a system call, a file or
+                              // mutex operation, starting the watched process)
+    kxLogSevFatal = 5         // the program cannot go on (the Watcher could not daemonize)
 };
 
 constexpr long KX_S_LOG_INFO_DROPPED = kxStatus(0xA0010103);

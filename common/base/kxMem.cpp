@@ -7,21 +7,18 @@
 
 namespace {
 
-// Allocation failures and bad arguments are logged at severity 4.
-constexpr kxLogSev kSevFailure = static_cast<kxLogSev>(4);
-
 // The pointer as the bad-argument message shows it ("0x%X": its low 32 bits).
 unsigned Low32(const void* p) { return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p)); }
 
 long BadArgument(const char* fn, unsigned long size, const void* pMemPtr, const char* file,
                  int line) {
     if (file != nullptr)
-        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure,
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure,
                      "%s: invalid size %d or pMemPtr 0x%X for '%s:%d'", fn, static_cast<int>(size),
                      Low32(pMemPtr), file, line);
     else
-        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: invalid size %d or pMemPtr 0x%X",
-                     fn, static_cast<int>(size), Low32(pMemPtr));
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: invalid size %d or pMemPtr 0x%X", fn,
+                     static_cast<int>(size), Low32(pMemPtr));
     return KX_E_BAD_ARGUMENT;
 }
 
@@ -35,12 +32,12 @@ long Alloc(unsigned long size, void* pOut, const char* file, int line) {
     void* block = kxHeap::Malloc(size);
     if (block == nullptr) {
         if (file != nullptr)
-            kxLogPrintfA(KX_E_OUT_OF_MEMORY, kSevFailure,
+            kxLogPrintfA(KX_E_OUT_OF_MEMORY, kxLogSevFailure,
                          "%s: error allocating %d bytes for '%s:%d'", kFn, static_cast<int>(size),
                          file, line);
         else
-            kxLogPrintfA(KX_E_OUT_OF_MEMORY, kSevFailure, "%s: error allocating %d bytes",
-                         kFn, static_cast<int>(size));
+            kxLogPrintfA(KX_E_OUT_OF_MEMORY, kxLogSevFailure, "%s: error allocating %d bytes", kFn,
+                         static_cast<int>(size));
         return KX_E_OUT_OF_MEMORY;
     }
     *static_cast<void**>(pOut) = block;
@@ -57,12 +54,12 @@ long Realloc(unsigned long size, void* pInOut, const char* file, int line) {
     void* block = kxHeap::Realloc(*static_cast<void**>(pInOut), size);
     if (block == nullptr) {
         if (file != nullptr)
-            kxLogPrintfA(KX_E_OUT_OF_MEMORY, kSevFailure,
+            kxLogPrintfA(KX_E_OUT_OF_MEMORY, kxLogSevFailure,
                          "%s: error re-allocating %d bytes for '%s:%d'", kFn,
                          static_cast<int>(size), file, line);
         else
-            kxLogPrintfA(KX_E_OUT_OF_MEMORY, kSevFailure,
-                         "%s: error re-allocating %d bytes", kFn, static_cast<int>(size));
+            kxLogPrintfA(KX_E_OUT_OF_MEMORY, kxLogSevFailure, "%s: error re-allocating %d bytes",
+                         kFn, static_cast<int>(size));
         return KX_E_OUT_OF_MEMORY;
     }
     *static_cast<void**>(pInOut) = block;
@@ -76,10 +73,10 @@ long Free(void* p, const char* file, int line) {
     static const char kFn[] = "kxMem::Free";
     if (p == nullptr) {
         if (file != nullptr)
-            kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: invalid ptr 0x%p for '%s:%d'",
+            kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: invalid ptr 0x%p for '%s:%d'",
                          kFn, p, file, line);
         else
-            kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: invalid ptr 0x%p", kFn, p);
+            kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: invalid ptr 0x%p", kFn, p);
         return KX_E_BAD_ARGUMENT;
     }
     kxHeap::Free(p);

@@ -24,7 +24,7 @@ bool KDirectory::GetNext(_WIN32_FIND_DATAA* data, const char* caller) {
         const int rc = m_pEnv->Glob(m_pattern.c_str(), 0, nullptr, &m_glob);
         if (rc != 0) {
             if (rc != GLOB_NOMATCH) {
-                kxLogPrintfA(KX_E_PATTERN_MATCH, static_cast<kxLogSev>(4),
+                kxLogPrintfA(KX_E_PATTERN_MATCH, kxLogSevFailure,
                              "%s: error %d matching file pattern <%s>", caller, rc,
                              m_pattern.c_str());
             }

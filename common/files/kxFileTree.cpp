@@ -18,7 +18,6 @@
 namespace kxFileUtils {
 namespace {
 
-constexpr kxLogSev kSevFailure = static_cast<kxLogSev>(4);
 constexpr long kProgress = kxStatus(0x60FFFF01);
 constexpr size_t kMaxDirName = 32767;
 
@@ -59,18 +58,18 @@ private:
         const long status = PathExists(level, exists, &attributes);
         missing = !exists;
         if (status != KX_OK || !exists || (attributes & FILE_ATTRIBUTE_DIRECTORY)) return status;
-        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: <%s> exists but is not a directory",
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: <%s> exists but is not a directory",
                      kCreateTree, level);
         return KX_E_BAD_ARGUMENT;
     }
     long CreateFailed(const char* level, int error) override {
         const long status = StatusFromLastError(static_cast<DWORD>(error), KX_E_DIRECTORY);
-        kxLogPrintfA(status, kSevFailure, "%s: error %d creating directory <%s>'", kCreateTree,
+        kxLogPrintfA(status, kxLogSevFailure, "%s: error %d creating directory <%s>'", kCreateTree,
                      error, level);
         return status;
     }
     void ParentFailed(long status, const char* parent) override {
-        kxLogPrintfA(status, kSevFailure, "%s: error trying to create parent dir <%s>",
+        kxLogPrintfA(status, kxLogSevFailure, "%s: error trying to create parent dir <%s>",
                      kCreateTree, parent);
     }
 };
@@ -83,7 +82,7 @@ long CreateDirectoryTree(const char* dir, _SECURITY_ATTRIBUTES* sa, bool* create
     size_t length = strlen(dir);
     if (length == 0) return KX_OK;
     if (length > kMaxDirName) {
-        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: DirName <%.100s> too long, %lu chars",
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: DirName <%.100s> too long, %lu chars",
                      kCreateTree, dir, static_cast<unsigned long>(length));
         return KX_E_BAD_ARGUMENT;
     }
@@ -111,13 +110,14 @@ long CleanDirectory(const char* dir, bool deleteDirectory, bool stopOnError, con
     kxLogPrintfA(kProgress, kxLogSevProgress, "%s: %s directory <%s> with file spec <%s>", function,
                  deleteDirectory ? "deleting" : "cleaning", dir, spec);
     if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: <%s> is not a directory", function, dir);
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: <%s> is not a directory", function,
+                     dir);
         return KX_E_BAD_ARGUMENT;
     }
     // The compatibility layer never reports read-only today; kept for layers that do.
     if ((attributes & 0x01) && !SetFileAttributesA(dir, attributes & ~0x01u)) {
         const long failed = kxStatus(0xE0020107);
-        kxLogPrintfA(failed, kSevFailure,
+        kxLogPrintfA(failed, kxLogSevFailure,
                      "%s: error %d setting read-only directory <%s> to be writable", function,
                      static_cast<int>(GetLastError()), dir);
         return failed;
@@ -135,14 +135,15 @@ long CleanDirectory(const char* dir, bool deleteDirectory, bool stopOnError, con
         if (status == KX_OK) continue;
         anyFailed = true;
         if (stopOnError) {
-            kxLogPrintfA(status, kSevFailure, "%s: error deleting <%s>", function, path.c_str());
+            kxLogPrintfA(status, kxLogSevFailure, "%s: error deleting <%s>", function,
+                         path.c_str());
             break;
         }
         kxLogPrintfA(status, kxLogSevWarning, "%s: unable to delete <%s>", function, path.c_str());
     }
     if (deleteDirectory && !anyFailed) {
         if (!RemoveDirectoryA(dir)) {
-            kxLogPrintfA(KX_E_DIRECTORY, kSevFailure, "%s: error %d deleting directory <%s>",
+            kxLogPrintfA(KX_E_DIRECTORY, kxLogSevFailure, "%s: error %d deleting directory <%s>",
                          function, static_cast<int>(GetLastError()), dir);
             return KX_E_DIRECTORY;
         }
@@ -156,7 +157,7 @@ long CopyDirectoryTree(const char* from, const char* to, _SECURITY_ATTRIBUTES* s
     if (from == nullptr || to == nullptr) return KX_E_BAD_ARGUMENT;
     long status = CreateDirectoryTree(to, sa, nullptr);
     if (status != KX_OK) {
-        kxLogPrintfA(status, kSevFailure, "%s: error creating destination directory", function);
+        kxLogPrintfA(status, kxLogSevFailure, "%s: error creating destination directory", function);
         return status;
     }
     for (const FILE_INFO& entry : List(Join(from, "*"), function)) {
@@ -166,15 +167,16 @@ long CopyDirectoryTree(const char* from, const char* to, _SECURITY_ATTRIBUTES* s
             if (!recursive || IsDots(entry.name.c_str())) continue;
             status = CopyDirectoryTree(source.c_str(), target.c_str(), sa, true);
             if (status != KX_OK) {
-                kxLogPrintfA(status, kSevFailure, "%s: error copying sub-directory tree <%s> to <%s>",
-                             function, source.c_str(), target.c_str());
+                kxLogPrintfA(status, kxLogSevFailure,
+                             "%s: error copying sub-directory tree <%s> to <%s>", function,
+                             source.c_str(), target.c_str());
                 return status;
             }
         } else if (!CopyFileA(source.c_str(), target.c_str(), FALSE)) {
             const int error = static_cast<int>(GetLastError());
             status = kxCopyFailureStatus(error);
-            kxLogPrintfA(status, kSevFailure, "%s: error %d copying file <%s> to <%s>", function,
-                         error, source.c_str(), target.c_str());
+            kxLogPrintfA(status, kxLogSevFailure, "%s: error %d copying file <%s> to <%s>",
+                         function, error, source.c_str(), target.c_str());
             return status;
         }
     }

@@ -16,7 +16,6 @@
 namespace kxFileUtils {
 namespace {
 
-constexpr kxLogSev kSevFailure = static_cast<kxLogSev>(4);
 constexpr long kStatFailed = kxStatus(0xE0020107);
 constexpr uint32_t kReadOnly = 0x01;
 
@@ -27,7 +26,7 @@ long CheckExistence(const char* function, const char* name, bool& exists, DWORD 
     }
     const DWORD error = GetLastError();
     if (IsMissingError(error)) return KX_OK;
-    kxLogPrintfA(kStatFailed, kSevFailure, "%s: error %d checking existence of <%s>", function,
+    kxLogPrintfA(kStatFailed, kxLogSevFailure, "%s: error %d checking existence of <%s>", function,
                  error, name);
     return kStatFailed;
 }
@@ -99,20 +98,19 @@ long RemoveFile(const char* name) {
     long status = PathExists(name, exists, &attributes);
     if (status != KX_OK || !exists) return status;
     if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
-        kxLogPrintfA(KX_E_BAD_ARGUMENT, kSevFailure, "%s: <%s> is a directory", function, name);
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: <%s> is a directory", function, name);
         return KX_E_BAD_ARGUMENT;
     }
     // The compatibility layer never reports read-only today; kept for layers that do.
     if ((attributes & kReadOnly) && !SetFileAttributesA(name, attributes & ~kReadOnly)) {
-        kxLogPrintfA(kStatFailed, kSevFailure,
+        kxLogPrintfA(kStatFailed, kxLogSevFailure,
                      "%s: error %d setting read-only file <%s> to be writable", function,
-                     static_cast<int>(GetLastError()),
-                     name);
+                     static_cast<int>(GetLastError()), name);
         return kStatFailed;
     }
     if (!DeleteFileA(name)) {
-        kxLogPrintfA(KX_E_DELETE_OR_MOVE, kSevFailure, "%s: error %d deleting file <%s>", function,
-                     static_cast<int>(GetLastError()), name);
+        kxLogPrintfA(KX_E_DELETE_OR_MOVE, kxLogSevFailure, "%s: error %d deleting file <%s>",
+                     function, static_cast<int>(GetLastError()), name);
         return KX_E_DELETE_OR_MOVE;
     }
     return KX_OK;
@@ -125,7 +123,7 @@ long RenameFile(const char* from, const char* to, bool replace) {
         if (status != KX_OK) return status;
     }
     if (!MoveFileA(from, to)) {
-        kxLogPrintfA(KX_E_DELETE_OR_MOVE, kSevFailure, "%s: error %d moving file <%s> to <%s>",
+        kxLogPrintfA(KX_E_DELETE_OR_MOVE, kxLogSevFailure, "%s: error %d moving file <%s> to <%s>",
                      "kxFileUtils::RenameFile", static_cast<int>(GetLastError()), from, to);
         return KX_E_DELETE_OR_MOVE;
     }
@@ -136,7 +134,7 @@ long RenameDirectory(const char* from, const char* to, bool replace) {
     if (from == nullptr || to == nullptr) return KX_E_BAD_ARGUMENT;
     if (replace) CleanDirectory(to, true, false, nullptr);
     if (!MoveFileA(from, to)) {
-        kxLogPrintfA(KX_E_DELETE_OR_MOVE, kSevFailure, "%s: error %d moving dir <%s> to <%s>",
+        kxLogPrintfA(KX_E_DELETE_OR_MOVE, kxLogSevFailure, "%s: error %d moving dir <%s> to <%s>",
                      "kxFileUtils::RenameDirectory", static_cast<int>(GetLastError()), from, to);
         return KX_E_DELETE_OR_MOVE;
     }
@@ -173,7 +171,7 @@ long GetUniqueFileName(const char* dir, const char* prefix, char* out) {
             GetSystemTime(&now);
         }
     }
-    kxLogPrintfA(KX_E_NO_UNIQUE_NAME, kSevFailure, "%s: no free name for prefix <%s> in <%s>",
+    kxLogPrintfA(KX_E_NO_UNIQUE_NAME, kxLogSevFailure, "%s: no free name for prefix <%s> in <%s>",
                  "kxFileUtils::GetUniqueFileName", prefix, dir);
     return KX_E_NO_UNIQUE_NAME;
 }

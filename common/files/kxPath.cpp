@@ -303,7 +303,7 @@ bool PathMatch(const char* a, const char* b, ePathMatchType type, bool caseSensi
         case eParent: return child(b, a);
         case eExactOrParent: return exact(a, b) || child(b, a);
     }
-    kxLogPrintfA(KX_E_BAD_ARGUMENT, static_cast<kxLogSev>(4), "%s: unknown match type %d",
+    kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: unknown match type %d",
                  "kxPath::PathMatch", static_cast<int>(type));
     return false;
 }

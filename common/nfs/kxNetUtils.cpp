@@ -39,7 +39,7 @@ long GetHostIPAddresses(const char* host, std::vector<unsigned long>& out, bool 
     int herr = 0;
     const int rc = gethostbyname_r(host, &result, work, sizeof work, &found, &herr);
     if (rc != 0 || found == nullptr || found->h_addrtype != AF_INET || found->h_length != 4) {
-        kxLogPrintfA(KX_E_HOST_NOT_FOUND, static_cast<kxLogSev>(4),
+        kxLogPrintfA(KX_E_HOST_NOT_FOUND, kxLogSevFailure,
                      "%s: error %d getting IP address for '%s'", "kxNetUtils::GetHostIPAddress",
                      herr, host);
         return KX_E_HOST_NOT_FOUND;

@@ -54,7 +54,7 @@ unsigned long KFile::CreateFileA(const char* lpFileName, unsigned long dwDesired
         } else {
             if (g_pfnRemoteFactory == nullptr) {
                 if (m_bLogErrors)
-                    kxLogPrintfA(KX_E_REFUSED, static_cast<kxLogSev>(4),
+                    kxLogPrintfA(KX_E_REFUSED, kxLogSevFailure,
                                  "%s: remote files are not available <%s>.", "KFile::CreateFileA",
                                  name.c_str());
                 return static_cast<unsigned long>(KX_E_REFUSED);

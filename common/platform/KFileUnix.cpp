@@ -18,7 +18,6 @@ namespace {
 // The name of a closed handle; shared by all of them and never freed.
 char g_DummyBuffer[1] = "";
 
-constexpr kxLogSev kFileSev = static_cast<kxLogSev>(4);
 constexpr unsigned long kReadRights = 0x80120089ul;
 constexpr unsigned long kWriteRights = 0x40120116ul;
 
@@ -52,7 +51,7 @@ void KFileUnix::Fail(long status, const char* format, ...) const {
     if (!m_bLogErrors) return;
     va_list args;
     va_start(args, format);
-    kxLogvPrintfA(status, kFileSev, format, args);
+    kxLogvPrintfA(status, kxLogSevFailure, format, args);
     va_end(args);
 }
 
@@ -381,10 +380,10 @@ void* KFileUnix::MapViewOfFile(unsigned long dwDesiredAccess, unsigned long,
     else if (dwDesiredAccess == FILE_MAP_WRITE || dwDesiredAccess == FILE_MAP_ALL_ACCESS)
         prot = PROT_READ | PROT_WRITE;
     else
-        kxLogPrintfA(KX_E_BAD_ARGUMENT, kFileSev,
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure,
                      "%s: Desired access does not appear to be a FILE_MAP_XXX constant", kFn);
     if (m_nMapFlags != 16 && m_nMapFlags != MAP_SHARED && m_nMapFlags != MAP_PRIVATE)
-        kxLogPrintfA(KX_E_BAD_ARGUMENT, kFileSev,
+        kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure,
                      "%s: Mapping flags does not appear to be a MAP_XXX constant", kFn);
     void* address = m_pEnv->Mmap(nullptr, length, prot, m_nMapFlags, m_fd,
                                            static_cast<off_t>(static_cast<uint32_t>(dwFileOffsetLow)));
@@ -410,10 +409,11 @@ bool KFileUnix::UnmapViewOfFile(const void* address) {
     static const char kFn[] = "KFileUnix::MapViewOfFile";
     void* view = const_cast<void*>(address);
     int r = m_pEnv->Msync(view, m_nMappedLength, MS_SYNC);
-    if (r != 0) kxLogPrintfA(r, kFileSev, "%s:  failure flushing mapped file, %d.", kFn, errno);
+    if (r != 0)
+        kxLogPrintfA(r, kxLogSevFailure, "%s:  failure flushing mapped file, %d.", kFn, errno);
     r = m_pEnv->Munmap(view, m_nMappedLength);
     if (r != 0) {
-        kxLogPrintfA(r, kFileSev, "%s:  failure unmapping file, %d.", kFn, errno);
+        kxLogPrintfA(r, kxLogSevFailure, "%s:  failure unmapping file, %d.", kFn, errno);
         return false;
     }
     m_pMapping = nullptr;

@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr kxLogSev kFailureSeverity = static_cast<kxLogSev>(4);
 constexpr size_t kBlockSize = sizeof(KMutex::KMutexShared);
 // Creator that has not finished building the block: tests of its signature, a second apart.
 constexpr int kReadyTests = 4;
@@ -224,7 +223,7 @@ long KMutex::Create() {
         return KX_OK;
     }
     if (m_bLogErrors)
-        kxLogPrintfA(KX_E_MUTEX_CREATE, kFailureSeverity, "%s: error %d creating mutex",
+        kxLogPrintfA(KX_E_MUTEX_CREATE, kxLogSevFailure, "%s: error %d creating mutex",
                      "KMutex::Create(no name)", rc);
     return KX_E_MUTEX_CREATE;
 }
@@ -289,7 +288,7 @@ long KMutex::Create(const char* name, bool initialOwner) {
     }
     if (!ready) {
         if (m_bLogErrors)
-            kxLogPrintfA(KX_E_MUTEX_CREATE, kFailureSeverity,
+            kxLogPrintfA(KX_E_MUTEX_CREATE, kxLogSevFailure,
                          "%s: error %d creating mutex (name='%s')", "KMutex::Create(ASCII)", error,
                          name != nullptr ? name : "");
         SetLastError(static_cast<DWORD>(error));
@@ -314,7 +313,7 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
     int rc = LockBlock(m_pEnv, block);
     if (rc != 0) {
         if (m_bLogErrors)
-            kxLogPrintfA(KX_E_WAIT_FAILED, kFailureSeverity, "%s: error %d waiting on mutex",
+            kxLogPrintfA(KX_E_WAIT_FAILED, kxLogSevFailure, "%s: error %d waiting on mutex",
                          "KMutex::Lock", rc);
         return KX_E_WAIT_FAILED;
     }
@@ -380,7 +379,7 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
         if (m_bLogErrors) ReportAbandoned(m_strName, deadOwner);
     }
     if (result != KX_OK && result != KX_S_WAIT_TIMEOUT && m_bLogErrors)
-        kxLogPrintfA(result, kFailureSeverity, "%s: error %d waiting on mutex", "KMutex::Lock", rc);
+        kxLogPrintfA(result, kxLogSevFailure, "%s: error %d waiting on mutex", "KMutex::Lock", rc);
     return result;
 }
 
@@ -411,7 +410,7 @@ long KMutex::Unlock() const {
         }
     }
     if (result != KX_OK && m_bLogErrors)
-        kxLogPrintfA(KX_E_MUTEX_RELEASE, kFailureSeverity, "%s: error %d releasing mutex",
+        kxLogPrintfA(KX_E_MUTEX_RELEASE, kxLogSevFailure, "%s: error %d releasing mutex",
                      "KMutex::Unlock", error);
     return result;
 }

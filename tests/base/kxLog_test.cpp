@@ -199,7 +199,7 @@ TEST(LogEventString, PrioritiesIdentsAndNullText) {
         kxLogEventStringA("info", 0, kxLogSevInfo, nullptr);
         kxLogEventStringA("progress", 0, kxLogSevProgress, "myident");
         kxLogEventStringA(nullptr, 0, kxLogSevWarning, nullptr);
-        kxLogEventStringA("bad 100%% sure", 0, kxLogSevDaemonFailure, nullptr);
+        kxLogEventStringA("bad 100%% sure", 0, kxLogSevFatal, nullptr);
     });
     if (!messages) GTEST_SKIP() << "needs root for a private mount namespace";
     ASSERT_EQ(messages->size(), 4u);

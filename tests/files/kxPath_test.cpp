@@ -137,7 +137,7 @@ TEST(kxPathTest, PathMatchTypes) {
     EXPECT_FALSE(PathMatch("/a", "/a", static_cast<ePathMatchType>(5), true));
     ASSERT_EQ(log.Records().size(), 1u);
     EXPECT_EQ(log.Records()[0].code, KX_E_BAD_ARGUMENT);
-    EXPECT_EQ(log.Records()[0].sev, static_cast<kxLogSev>(4));
+    EXPECT_EQ(log.Records()[0].sev, kxLogSevFailure);
     EXPECT_EQ(log.Records()[0].text, "kxPath::PathMatch: unknown match type 5");
 }
 
