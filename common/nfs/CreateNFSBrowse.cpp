@@ -6,7 +6,7 @@
 
 #include "nfs/NFSBrowseImpl3.h"
 #include "nfs/kxNFSErrorMap.h"
-#include "nfs/kxNetUtils.h"
+#include "platform/kxNetUtils.h"
 
 namespace kxNFSUtils {
 

@@ -1,7 +1,7 @@
 #include "nfs/kxNFSStatusText.h"
 
 #include "nfs/kxNFSStatus.h"
-#include "nfs/kxNetUtils.h"
+#include "platform/kxNetUtils.h"
 
 namespace kxNFSUtils {
 

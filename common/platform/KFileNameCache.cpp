@@ -4,7 +4,7 @@
 
 #include "base/KCOleDateTime.h"
 #include "base/KCOleDateTimeSpan.h"
-#include "nfs/kxNetUtils.h"
+#include "platform/kxNetUtils.h"
 #include "base/KCriticalSection.h"
 #include "platform/kxSysInfo.h"
 

@@ -13,7 +13,7 @@
 #include "base/KBuffer.h"
 #include "kxTextEscape.h"
 #include "nfs/kxNFSStatusText.h"
-#include "nfs/kxNetUtils.h"
+#include "platform/kxNetUtils.h"
 
 using namespace kxNFSUtils;
 

@@ -11,7 +11,7 @@
 #include "kxNFSSandbox.h"
 #include "kxNFSServerTest.h"
 #include "nfs/NFSBrowse.h"
-#include "nfs/kxNetUtils.h"
+#include "platform/kxNetUtils.h"
 
 using namespace kxNFSUtils;
 

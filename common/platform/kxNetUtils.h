@@ -1,4 +1,6 @@
 // kxNetUtils: turns a server name into IPv4 addresses, and the socket-library start-up guard.
+// Below the file layer because the file handles ask it whether a "host:path" names this machine
+// (platform/KFileNameCache.h); the NFS client resolves its servers through it as well.
 //
 // Convention: functions return a status (base/kxStatus.h), 0 on success. Addresses are IPv4
 // addresses in network byte order, held in `unsigned long` as the RPC layer takes them.

@@ -1,4 +1,4 @@
-#include "nfs/kxNetUtils.h"
+#include "platform/kxNetUtils.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
