@@ -482,24 +482,6 @@ KLogFile* KLogStream::Image() const {
     return m_pImage;
 }
 
-KLogStream::Lock::Lock(const KLogStream* stream, bool acquire) : m_pStream(stream) {
-    if (acquire) AcquireLock();
-}
-
-long KLogStream::Lock::AcquireLock() {
-    if (m_bHeld) return KX_OK;
-    if (!KLogStream::IsLive(m_pStream)) return KX_E_NOT_INITIALISED;
-    const long status = m_pStream->LockLogfile(500, 4);
-    m_bHeld = status == KX_OK;
-    return status;
-}
-
-void KLogStream::Lock::ReleaseLock() {
-    if (!m_bHeld) return;
-    m_pStream->UnlockLogfile();
-    m_bHeld = false;
-}
-
 // ---- writing -----------------------------------------------------------------------------
 
 long KLogStream::WriteRec(const void* data, unsigned long size, kxLogRecType type,

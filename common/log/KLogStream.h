@@ -193,17 +193,30 @@ public:
     // so that each path out of the operation lets it go. Not shared between threads.
     class Lock {
     public:
-        // Takes the lock at once when `acquire` is set; IsHeld tells whether that worked, and
-        // AcquireLock (which then returns 0 at once) why not.
-        explicit Lock(const KLogStream* stream, bool acquire = true);
+        // Takes the lock at once when `acquire` is set; IsHeld tells whether that worked (a
+        // later AcquireLock tries again and says why not). Inline, with AcquireLock and
+        // ReleaseLock: every append takes it.
+        explicit Lock(const KLogStream* stream, bool acquire = true) : m_pStream(stream) {
+            if (acquire) AcquireLock();
+        }
         ~Lock() { ReleaseLock(); }
         Lock(const Lock&) = delete;
         Lock& operator=(const Lock&) = delete;
         // 0 at once when held; else needs a live stream (KX_E_NOT_INITIALISED) and
         // LockLogfile(500, 4): 0, KX_S_WAIT_TIMEOUT after about two seconds, or the lock's
         // failure status.
-        long AcquireLock();
-        void ReleaseLock();
+        long AcquireLock() {
+            if (m_bHeld) return KX_OK;
+            if (!KLogStream::IsLive(m_pStream)) return KX_E_NOT_INITIALISED;
+            const long status = m_pStream->LockLogfile(500, 4);
+            m_bHeld = status == KX_OK;
+            return status;
+        }
+        void ReleaseLock() {
+            if (!m_bHeld) return;
+            m_pStream->UnlockLogfile();
+            m_bHeld = false;
+        }
         bool IsHeld() const { return m_bHeld; }
 
     private:
