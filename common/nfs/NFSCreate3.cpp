@@ -43,9 +43,8 @@ long NFSBrowseImpl3::CreateLeaf(const DirEntry& dir, const std::string& name,
 }
 
 bool NFSBrowseImpl3::CreateObject(const DirEntry& dir, DirEntry& entry) {
-    long rc = CheckEntries({&dir, &entry});
-    const std::string name = ObjectName(entry.serverPath);
-    if (rc == KX_OK) rc = CheckName(name, false);
+    std::string name;
+    long rc = CheckObjectInDir(dir, entry, name);
     if (rc != KX_OK) return Store(rc);
 
     entry.size = 0;  // sent as the size of directories too
@@ -110,9 +109,8 @@ long NFSBrowseImpl3::MakeDirectory(const DirEntry& dir, const std::string& name,
 }
 
 bool NFSBrowseImpl3::CreateSymlink(const DirEntry& dir, DirEntry& entry, const KBuffer& target) {
-    long rc = CheckEntries({&dir, &entry});
-    const std::string name = ObjectName(entry.serverPath);
-    if (rc == KX_OK) rc = CheckName(name, false);
+    std::string name;
+    long rc = CheckObjectInDir(dir, entry, name);
     if (rc != KX_OK) return Store(rc);
 
     std::string text;

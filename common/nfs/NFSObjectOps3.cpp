@@ -27,9 +27,8 @@ bool NFSBrowseImpl3::Store(long rc) {
 }
 
 bool NFSBrowseImpl3::DeleteObject(const DirEntry& dir, const DirEntry& entry) {
-    long rc = CheckEntries({&dir, &entry});
-    const std::string name = ObjectName(entry.serverPath);
-    if (rc == KX_OK) rc = CheckName(name, false);
+    std::string name;
+    long rc = CheckObjectInDir(dir, entry, name);
     if (rc != KX_OK) return Store(rc);
 
     const bool directory = DirectoryBit(entry);

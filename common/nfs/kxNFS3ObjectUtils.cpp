@@ -63,6 +63,12 @@ long CheckName(const std::string& name, bool allowDot) {
     return KX_OK;
 }
 
+long CheckObjectInDir(const DirEntry& dir, const DirEntry& entry, std::string& name) {
+    name = ObjectName(entry.serverPath);
+    const long rc = CheckEntries({&dir, &entry});
+    return rc != KX_OK ? rc : CheckName(name, false);
+}
+
 long SplitServerPath(const std::string& path, std::vector<std::string>& names,
                      std::string& clean) {
     if (path.find('\0') != std::string::npos) return KX_E_BAD_ARGUMENT;

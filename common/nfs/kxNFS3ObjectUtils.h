@@ -42,6 +42,11 @@ diropargs3 Where(const DirEntry& dir, const std::string& name);
 // made, removed or renamed under that name).
 long CheckName(const std::string& name, bool allowDot);
 
+// The checks of an operation on the object `entry` in `dir`: both entries initialised and the
+// object's name (ObjectName of its serverPath, stored in name) one the wire can carry
+// (CheckName without "."). The first failure, or KX_OK.
+long CheckObjectInDir(const DirEntry& dir, const DirEntry& entry, std::string& name);
+
 // The names of a server path, for the walk of Open: empty names (from "//" or a trailing '/')
 // and "." are dropped; ".." refuses the whole path with KX_E_BAD_ARGUMENT, since resolving it
 // by text would disagree with the server wherever a name is a symbolic link, and sending it
