@@ -4,6 +4,7 @@
 // descriptor, and lose none of the records written before: the next writer finds them all.
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -30,6 +31,7 @@ enum class Fault {
     kMutexWait,    // pthread_mutex_lock on the named mutex's block: EINVAL
     kLockCall,     // the log's lock (the lock file's mutex): EINVAL
     kLockBusy,     // the log's lock, held by someone else for longer than any wait
+    kFileLock,     // taking the open-file-description lock on the log: EIO
     kMapLog,       // mmap of the log file: ENOMEM
     kDiskFull,     // growing a file past 4 KB (ftruncate, posix_fallocate, write): ENOSPC
     kMsync,        // msync: EIO
@@ -42,12 +44,14 @@ class FaultEnv : public kxEnvWrapper {
 public:
     std::atomic<Fault> fault{Fault::kNone};
     std::string logPath;   // kOpenLog: the file whose opens fail
+    bool noLockFile = false;  // the lock file cannot be opened: the log falls back to file locks
     size_t mapLength = 0;  // kMapLog: the mapping length that fails
     std::atomic<int> writesAllowed{0};
     std::atomic<int> hits{0};
 
     int Open(const char* path, int flags, mode_t mode) override {
         if (fault == Fault::kOpenLog && logPath == path) return Errno(EACCES);
+        if (noLockFile && logPath + ".lock" == path) return Errno(EACCES);
         return kxEnvWrapper::Open(path, flags, mode);
     }
     int ShmOpen(const char* name, int flags, mode_t mode) override {
@@ -82,6 +86,11 @@ public:
         if (fault == Fault::kLockCall) return Count(EINVAL);
         if (fault == Fault::kLockBusy) return Count(ETIMEDOUT);
         return kxEnvWrapper::MutexClockLock(mutex, clock, deadline);
+    }
+    int FcntlLock(int fd, int cmd, struct flock* lock) override {
+        if (fault == Fault::kFileLock && cmd == F_OFD_SETLK && lock->l_type != F_UNLCK)
+            return Errno(EIO);
+        return kxEnvWrapper::FcntlLock(fd, cmd, lock);
     }
     // The small objects beside the log (the named mutex's 92 bytes, the 4 KB lock file) still
     // fit: the disk is full for the log and its scratch file.
@@ -186,13 +195,14 @@ struct Case {
     // completed from its scratch file by the next writer.
     bool endsResized = false;
     int writesAllowed = 0;  // kWriteFails
+    bool fileLockMode = false;  // the stream uses the file lock (its lock file unusable)
 };
 
 const Case kCases[] = {
     {"open of the log file fails", Fault::kOpenLog, Stage::kOpen, 8, KX_E_FILE_OPEN},
     {"named mutex cannot be made", Fault::kShmOpen, Stage::kOpen, 8, KX_E_MUTEX_CREATE},
     {"named mutex cannot be waited on", Fault::kMutexWait, Stage::kOpen, 8, KX_E_WAIT_FAILED},
-    {"mapping fails", Fault::kMapLog, Stage::kOpen, 8, KX_E_LOG_MAP},
+    {"mapping fails", Fault::kMapLog, Stage::kOpen, 8, KX_E_FILE_MAP},
     {"disk full while resizing", Fault::kDiskFull, Stage::kOpen, 16, KX_E_FILE_WRITE},
     {"write fails before the log is touched", Fault::kWriteFails, Stage::kOpen, 16,
      KX_E_FILE_WRITE},
@@ -201,6 +211,7 @@ const Case kCases[] = {
     {"short writes while resizing", Fault::kShortWrites, Stage::kOpen, 16, KX_OK, true},
     {"lock call fails", Fault::kLockCall, Stage::kPrintf, 8, KX_E_FILE_LOCK},
     {"lock stays busy", Fault::kLockBusy, Stage::kPrintf, 8, KX_S_WAIT_TIMEOUT},
+    {"file lock call fails", Fault::kFileLock, Stage::kPrintf, 8, KX_E_FILE_LOCK, false, 0, true},
     {"flush fails", Fault::kMsync, Stage::kFlush, 8, KX_E_FILE_FLUSH},
 };
 
@@ -222,6 +233,7 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
         env.logPath = path;
         env.mapLength = c.reopenKB * 1024;
         env.writesAllowed = c.writesAllowed;
+        env.noLockFile = c.fileLockMode;
         const int descriptors = OpenDescriptors();
         {
             kxScopedEnv scope(&env);
@@ -230,6 +242,8 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
             long result = s.GetOpenStatus();
             if (c.stage != Stage::kOpen) {
                 ASSERT_TRUE(s.IsLive());
+                EXPECT_EQ(c.fileLockMode ? KLogLock::Mode::kFileLock : KLogLock::Mode::kMutex,
+                          s.GetLockMode());
                 env.fault = c.fault;
                 result = c.stage == Stage::kPrintf ? Printf(s, "lost") : s.Flush();
                 env.fault = Fault::kNone;
