@@ -225,6 +225,7 @@ long KMutex::Create() {
     if (m_bLogErrors)
         kxLogPrintfA(KX_E_MUTEX_CREATE, kxLogSevFailure, "%s: error %d creating mutex",
                      "KMutex::Create(no name)", rc);
+    SetLastError(static_cast<DWORD>(rc));
     return KX_E_MUTEX_CREATE;
 }
 
