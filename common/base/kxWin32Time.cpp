@@ -18,15 +18,6 @@ namespace {
 // store the same value, which is harmless.
 long g_lClockTicksPerSecond = 0;
 
-uint64_t FileTimeValue(const _FILETIME* ft) {
-    return (static_cast<uint64_t>(ft->dwHighDateTime) << 32) | ft->dwLowDateTime;
-}
-
-void SetFileTimeValue(_FILETIME* ft, uint64_t value) {
-    ft->dwLowDateTime = static_cast<uint32_t>(value);
-    ft->dwHighDateTime = static_cast<uint32_t>(value >> 32);
-}
-
 void FromTm(const struct tm& tm, uint16_t milliseconds, _SYSTEMTIME* st) {
     st->wYear = static_cast<uint16_t>(tm.tm_year + 1900);
     st->wMonth = static_cast<uint16_t>(tm.tm_mon + 1);
@@ -85,11 +76,11 @@ void GetSystemTimeAsFileTime(_FILETIME* ft) {
     if (ft == nullptr) return;
     struct timeval tv;
     if (kxEnv::Default()->GetTimeOfDay(&tv) != 0) {
-        SetFileTimeValue(ft, 0);
+        *ft = kxFileTimeFromTicks(0);
         return;
     }
     const uint64_t micro = static_cast<uint64_t>(tv.tv_sec) * 1000000u + static_cast<uint64_t>(tv.tv_usec);
-    SetFileTimeValue(ft, micro * 10 + kxFileTimeUnixEpoch);
+    *ft = kxFileTimeFromTicks(micro * 10 + kxFileTimeUnixEpoch);
 }
 
 void GetLocalTime(_SYSTEMTIME* st) {
@@ -113,7 +104,8 @@ BOOL SystemTimeToFileTime(const _SYSTEMTIME* st, _FILETIME* ft) {
     tm.tm_isdst = 0;  // local standard time, whatever the season
     const time_t seconds = mktime(&tm);
     if (seconds < 0) return FALSE;
-    SetFileTimeValue(ft, static_cast<uint64_t>(seconds) * kxFileTimeTicksPerSecond + kxFileTimeUnixEpoch);
+    *ft = kxFileTimeFromTicks(static_cast<uint64_t>(seconds) * kxFileTimeTicksPerSecond +
+                              kxFileTimeUnixEpoch);
     return TRUE;
 }
 
@@ -121,7 +113,7 @@ BOOL FileTimeToSystemTime(const _FILETIME* ft, _SYSTEMTIME* st) {
     if (ft == nullptr || st == nullptr) return FALSE;
     // Signed, floored arithmetic so that times before 1970 break down correctly instead of
     // wrapping round to the far future.
-    const int64_t ticks = static_cast<int64_t>(FileTimeValue(ft) - kxFileTimeUnixEpoch);
+    const int64_t ticks = static_cast<int64_t>(kxFileTimeToTicks(*ft) - kxFileTimeUnixEpoch);
     const int64_t perSecond = static_cast<int64_t>(kxFileTimeTicksPerSecond);
     int64_t seconds = ticks / perSecond;
     int64_t rest = ticks % perSecond;
@@ -144,13 +136,15 @@ BOOL FileTimeToSystemTime(const _FILETIME* ft, _SYSTEMTIME* st) {
 BOOL FileTimeToLocalFileTime(const _FILETIME* in, _FILETIME* out) {
     int64_t offset;
     if (in == nullptr || out == nullptr || !LocalOffsetSeconds(&offset)) return FALSE;
-    SetFileTimeValue(out, FileTimeValue(in) + static_cast<uint64_t>(offset) * kxFileTimeTicksPerSecond);
+    *out = kxFileTimeFromTicks(kxFileTimeToTicks(*in) +
+                               static_cast<uint64_t>(offset) * kxFileTimeTicksPerSecond);
     return TRUE;
 }
 
 BOOL LocalFileTimeToFileTime(const _FILETIME* in, _FILETIME* out) {
     int64_t offset;
     if (in == nullptr || out == nullptr || !LocalOffsetSeconds(&offset)) return FALSE;
-    SetFileTimeValue(out, FileTimeValue(in) - static_cast<uint64_t>(offset) * kxFileTimeTicksPerSecond);
+    *out = kxFileTimeFromTicks(kxFileTimeToTicks(*in) -
+                               static_cast<uint64_t>(offset) * kxFileTimeTicksPerSecond);
     return TRUE;
 }

@@ -33,6 +33,14 @@ struct _FILETIME {
 };
 typedef _FILETIME FILETIME;
 
+// A _FILETIME's halves as one count of ticks, and back.
+inline uint64_t kxFileTimeToTicks(const _FILETIME& ft) {
+    return (static_cast<uint64_t>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
+}
+inline _FILETIME kxFileTimeFromTicks(uint64_t ticks) {
+    return _FILETIME{static_cast<uint32_t>(ticks), static_cast<uint32_t>(ticks >> 32)};
+}
+
 struct _SYSTEMTIME {
     uint16_t wYear;       // full year
     uint16_t wMonth;      // 1-12

@@ -23,14 +23,8 @@ bool SplitName(const char* name, std::string& host, std::string& path) {
     return true;
 }
 
-uint64_t Ticks(const _FILETIME& t) {
-    return (static_cast<uint64_t>(t.dwHighDateTime) << 32) | t.dwLowDateTime;
-}
-
 void StoreTicks(_FILETIME* t, uint64_t ticks) {
-    if (t == nullptr) return;
-    t->dwLowDateTime = static_cast<uint32_t>(ticks);
-    t->dwHighDateTime = static_cast<uint32_t>(ticks >> 32);
+    if (t != nullptr) *t = kxFileTimeFromTicks(ticks);
 }
 
 // A _FILETIME value as a Unix time; times before 1970 become 0.
@@ -245,11 +239,11 @@ bool KFileNFS::SetFileTime(const _FILETIME*, const _FILETIME* lastAccess,
     const uint64_t oldAccess = m_pEntry->accessTime;
     const uint64_t oldWrite = m_pEntry->writeTime;
     if (lastAccess != nullptr) {
-        m_pEntry->accessTime = Ticks(*lastAccess);
+        m_pEntry->accessTime = kxFileTimeToTicks(*lastAccess);
         selection |= NFSBrowse::kSetAccessTime;
     }
     if (lastWrite != nullptr) {
-        m_pEntry->writeTime = Ticks(*lastWrite);
+        m_pEntry->writeTime = kxFileTimeToTicks(*lastWrite);
         selection |= NFSBrowse::kSetWriteTime;
     }
     if (selection == 0) return true;

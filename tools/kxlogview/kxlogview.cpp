@@ -60,12 +60,8 @@ void usage(FILE* out) {
 volatile sig_atomic_t g_stop = 0;
 void OnSignal(int) { g_stop = 1; }
 
-uint64_t Ticks(const _FILETIME& ft) {
-    return (static_cast<uint64_t>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
-}
-
 std::string LocalTime(const _FILETIME& ft) {
-    const uint64_t ticks = Ticks(ft);
+    const uint64_t ticks = kxFileTimeToTicks(ft);
     if (ticks < kxFileTimeUnixEpoch) return "(before 1970)";
     const uint64_t us = (ticks - kxFileTimeUnixEpoch) / 10;
     const time_t seconds = static_cast<time_t>(us / 1000000);
@@ -97,7 +93,7 @@ std::string SystemText(const KLogEntry& e) {
 
 bool Matches(const Options& o, const KLogEntry& e) {
     if (o.hasPid && e.info.GetProcessId() != o.pid) return false;
-    const uint64_t t = Ticks(e.info.GetTimeStamp());
+    const uint64_t t = kxFileTimeToTicks(e.info.GetTimeStamp());
     if (o.hasSince && t < o.since) return false;
     if (o.hasUntil && t > o.until) return false;
     if (o.minSev >= 0) {
@@ -126,9 +122,9 @@ void Print(const Options& o, const KLogEntry& e) {
         printf("{\"time\":\"%s\",\"filetime\":%llu,\"pid\":%u,\"tid\":%u,\"num\":%u,"
                "\"type\":\"%s\",\"flags\":%u",
                LocalTime(i.GetTimeStamp()).c_str(),
-               static_cast<unsigned long long>(Ticks(i.GetTimeStamp())), i.GetProcessId(),
-               i.GetThreadId(), i.GetRecNum(), JsonEscape(kxLogRecTypeName(i.GetType())).c_str(),
-               i.GetFlags());
+               static_cast<unsigned long long>(kxFileTimeToTicks(i.GetTimeStamp())),
+               i.GetProcessId(), i.GetThreadId(), i.GetRecNum(),
+               JsonEscape(kxLogRecTypeName(i.GetType())).c_str(), i.GetFlags());
         if (e.isText)
             printf(",\"sev\":%u,\"status\":\"0x%08X\",\"text\":\"%s\"", e.severity,
                    kxStatusBits(e.status), JsonEscape(e.text).c_str());
