@@ -25,6 +25,18 @@ bool OpenWithParent(Session& s, std::unique_ptr<DirEntry>& entry, std::unique_pt
     return entry != nullptr;
 }
 
+// rmdir (directory) and rm. The removal procedure follows the entry's type, so the type the
+// command names is checked here: rmdir removes no file and rm no directory.
+int Remove(Session& s, bool directory) {
+    std::unique_ptr<DirEntry> entry, dir;
+    int exit = kExitOk;
+    if (!OpenWithParent(s, entry, dir, exit)) return exit;
+    if ((entry->type == kDirEntryDirectory) != directory)
+        return s.Fail(s.Args().path, KX_E_NFS_WRONG_TYPE,
+                      directory ? "not a directory" : "is a directory (use rmdir)");
+    return s.Browse().DeleteObject(*dir, *entry) ? kExitOk : s.FailLast(s.Args().path);
+}
+
 }  // namespace
 
 int RunMkdir(Session& s) {
@@ -39,25 +51,9 @@ int RunMkdir(Session& s) {
     return s.Browse().CreateObject(*dir, entry) ? kExitOk : s.FailLast(path);
 }
 
-int RunRmdir(Session& s) {
-    std::unique_ptr<DirEntry> entry, dir;
-    int exit = kExitOk;
-    if (!OpenWithParent(s, entry, dir, exit)) return exit;
-    // The removal procedure follows the entry's type: checked here, so a file is not removed
-    // by rmdir.
-    if (entry->type != kDirEntryDirectory)
-        return s.Fail(s.Args().path, KX_E_NFS_WRONG_TYPE, "not a directory");
-    return s.Browse().DeleteObject(*dir, *entry) ? kExitOk : s.FailLast(s.Args().path);
-}
+int RunRmdir(Session& s) { return Remove(s, true); }
 
-int RunRm(Session& s) {
-    std::unique_ptr<DirEntry> entry, dir;
-    int exit = kExitOk;
-    if (!OpenWithParent(s, entry, dir, exit)) return exit;
-    if (entry->type == kDirEntryDirectory)
-        return s.Fail(s.Args().path, KX_E_NFS_WRONG_TYPE, "is a directory (use rmdir)");
-    return s.Browse().DeleteObject(*dir, *entry) ? kExitOk : s.FailLast(s.Args().path);
-}
+int RunRm(Session& s) { return Remove(s, false); }
 
 int RunMv(Session& s) {
     std::unique_ptr<DirEntry> entry, dir;
