@@ -1,7 +1,7 @@
 # kx_library(NAME DIR): a static library made of every .cpp in DIR, with DIR's parent on the
-# include path so that headers are included as "log/kxLog.h", "platform/KMutex.h", ...
-# Each subsystem folder is one library; the libraries may depend on each other in cycles
-# (logging uses files, files log), which CMake resolves for static libraries.
+# include path so that headers are included as "base/kxLog.h", "platform/KMutex.h", ...
+# Each subsystem folder is one library, and links only the libraries of the layers below it
+# (README, "Layers"); kx_layer_check proves that no object refers upwards.
 function(kx_library name)
   file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   if(srcs)
@@ -37,4 +37,14 @@ function(kx_test_suite name dir)
   target_link_libraries(${name} PRIVATE ${ARGN} kx_test_support GTest::gtest_main kx_options)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300)
+endfunction()
+
+# kx_layer_check(LIB): a program holding every object of LIB, linked with nothing but what LIB
+# itself links. An ordinary program pulls from a static library only the objects it uses, in an
+# order that hides a reference to a layer above; this one fails to link as soon as any object
+# of LIB refers to a symbol of a library above it. Never run: building it is the check.
+function(kx_layer_check lib)
+  add_executable(${lib}_layer_check ${PROJECT_SOURCE_DIR}/cmake/kxLayerCheck.cpp)
+  target_link_libraries(${lib}_layer_check PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,${lib}>"
+    kx_options)
 endfunction()

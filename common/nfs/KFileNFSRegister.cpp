@@ -2,9 +2,9 @@
 // program to call: the registration runs while the program starts.
 //
 // A static library contributes an object file only when something the program uses refers to
-// it, and nothing would refer to a self-registering object: KFile.cpp refers to
-// kxKFileNFSRegistered, so every program that uses KFile links this object and with it the
-// registration.
+// it, and nothing refers to a self-registering object: the NFS library's link options name
+// kxKFileNFSRegistered (common/nfs/CMakeLists.txt), so every program that links the library
+// links this object and with it the registration. The file layer below knows nothing of it.
 #include <new>
 
 #include "nfs/KFileNFS.h"
@@ -16,7 +16,7 @@ KFileABC* NewRemoteFile() { return new (std::nothrow) KFileNFS; }
 
 }  // namespace
 
-// Initialised at start-up, before main. Its value means nothing: KFile.cpp refers to its name.
+// Initialised at start-up, before main. Its value means nothing: the link options name it.
 extern "C" {
 extern const int kxKFileNFSRegistered;
 const int kxKFileNFSRegistered = (KFile::SetRemoteFactory(&NewRemoteFile), 1);

@@ -16,15 +16,6 @@ KFile::RemoteFactory g_pfnRemoteFactory = nullptr;
 
 }  // namespace
 
-// The NFS library's remote handle registers its factory from a static initialiser in an object
-// file that nothing else refers to, and a static library contributes only the objects a
-// program refers to. Referring to it from here (kept by `used` although nothing reads it) makes
-// every program that uses KFile link the registration, with nothing for the program to do.
-extern "C" const int kxKFileNFSRegistered;
-namespace {
-[[gnu::used]] const int* const g_pKeepRemoteHandle = &kxKFileNFSRegistered;
-}  // namespace
-
 KFile::~KFile() { Reset(); }
 
 KFile::RemoteFactory KFile::SetRemoteFactory(RemoteFactory factory) {

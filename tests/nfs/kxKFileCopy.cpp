@@ -1,8 +1,8 @@
 // kx_kfile_copy SOURCE TARGET [UID GID]: copies one file to another through KFile alone, the
 // way any program of the library opens files, so that "host:path" names of another machine go
-// to the NFS remote handle. It is linked with the platform library only (see CMakeLists.txt):
-// the test that runs it on remote names shows that a program using KFile needs nothing else
-// to reach remote files. UID and GID are the credentials presented to the server.
+// to the NFS remote handle. It calls nothing of the NFS library, only links it (see
+// CMakeLists.txt): the test that runs it on remote names shows that a program using KFile needs
+// nothing else to reach remote files. UID and GID are the credentials presented to the server.
 // Exit codes: 0 copied; 1 a file failed (message on standard error); 100 usage.
 #include <cstdio>
 #include <cstdlib>

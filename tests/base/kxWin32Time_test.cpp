@@ -10,7 +10,7 @@
 #include <ctime>
 #include <string>
 
-#include "platform/kxWin32.h"
+#include "base/kxWin32Time.h"
 
 namespace {
 
