@@ -42,8 +42,8 @@ long Alloc(unsigned long size, void* pOut, const char* file, int line) {
     }
     *static_cast<void**>(pOut) = block;
     if (file != nullptr)
-        kxLogPrintfA(KX_S_MEM_TRACE, kxLogSevInfo, "%s: allocated %d bytes at 0x%p for '%s:%d'", kFn,
-                     static_cast<int>(size), block, file, line);
+        kxLogPrintfA(KX_S_INFORMATION, kxLogSevInfo, "%s: allocated %d bytes at 0x%p for '%s:%d'",
+                     kFn, static_cast<int>(size), block, file, line);
     return KX_OK;
 }
 
@@ -64,8 +64,9 @@ long Realloc(unsigned long size, void* pInOut, const char* file, int line) {
     }
     *static_cast<void**>(pInOut) = block;
     if (file != nullptr)
-        kxLogPrintfA(KX_S_MEM_TRACE, kxLogSevInfo, "%s: re-allocated %d bytes at 0x%p for '%s:%d'",
-                     kFn, static_cast<int>(size), block, file, line);
+        kxLogPrintfA(KX_S_INFORMATION, kxLogSevInfo,
+                     "%s: re-allocated %d bytes at 0x%p for '%s:%d'", kFn, static_cast<int>(size),
+                     block, file, line);
     return KX_OK;
 }
 
@@ -81,8 +82,8 @@ long Free(void* p, const char* file, int line) {
     }
     kxHeap::Free(p);
     if (file != nullptr)
-        kxLogPrintfA(KX_S_MEM_TRACE, kxLogSevInfo, "%s: freed buffer at 0x%p for '%s:%d'", kFn, p,
-                     file, line);
+        kxLogPrintfA(KX_S_INFORMATION, kxLogSevInfo, "%s: freed buffer at 0x%p for '%s:%d'", kFn,
+                     p, file, line);
     return KX_OK;
 }
 

@@ -4,7 +4,7 @@
 //   0                   done
 //   KX_E_BAD_ARGUMENT   size 0, a null pointer argument, or a null current block (logged, sev 4)
 //   KX_E_OUT_OF_MEMORY  the heap refused (logged, severity 4)
-// Successful calls with a file write an informational trace (code KX_S_MEM_TRACE, severity 0,
+// Successful calls with a file write an informational trace (code KX_S_INFORMATION, severity 0,
 // dropped unless informational messages are on). A null file means no caller information: no
 // trace, and the failure messages take their short form.
 //
@@ -13,8 +13,6 @@
 
 #include "base/kxStatus.h"
 
-// Informational code of the allocation trace.
-constexpr long KX_S_MEM_TRACE = kxStatus(0x60FFFF01);
 
 namespace kxMem {
 

@@ -6,7 +6,8 @@
 // a non-error condition; 0xE....... is an error, grouped by its second byte (01 logging,
 // 02 files/mutexes/compatibility layer, 03 NFS client, FF general).
 //
-// Each subsystem declares its own codes beside its interface; the general ones live here.
+// Each subsystem declares its own codes beside its interface; the general ones, and those that
+// more than one layer returns, live here. Every value has exactly one name.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +25,18 @@ constexpr long KX_E_REFUSED = kxStatus(0x80000008);         // the object refuse
 constexpr long KX_E_NOT_INITIALISED = kxStatus(0xE0FF0103); // object is not (or no longer) live
 constexpr long KX_E_OUT_OF_MEMORY = kxStatus(0xE0FF0104);   // an allocation failed
 constexpr long KX_E_UNHANDLED_EXCEPTION = kxStatus(0xE0FF010B);
+constexpr long KX_E_BUFFER_TOO_SMALL = kxStatus(0xE0FF0101); // the caller's buffer cannot hold it
+// What was looked for is not there: a file, a configured directory (neither KX_LOG_DIR nor
+// HOME), a free name (every candidate of a unique name taken).
+constexpr long KX_E_NOT_FOUND = kxStatus(0xE0FF0108);
+// A name that cannot be used: too long for the record it must fit in, or empty where one is
+// needed (KX_LOG_DIR set but empty).
+constexpr long KX_E_BAD_NAME = kxStatus(0xE0FF0109);
 
-// True for the 0xE....... error range (not for 0xA....... conditions nor 0x8....... codes).
-constexpr bool kxIsError(long status) { return (kxStatusBits(status) & 0xF0000000u) == 0xE0000000u; }
+// Informational records that report no failure (logging starting and stopping, the allocation
+// trace, progress of the file utilities).
+constexpr long KX_S_INFORMATION = kxStatus(0x60FFFF01);
+
+// File-system codes that the file handles, the log start-up and the file utilities share.
+constexpr long KX_E_FILE_FIND = kxStatus(0xE0020107);  // looking a path up (stat) failed
+constexpr long KX_E_DIRECTORY = kxStatus(0xE0020109);  // making or removing a directory failed

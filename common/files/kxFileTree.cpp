@@ -18,7 +18,6 @@
 namespace kxFileUtils {
 namespace {
 
-constexpr long kProgress = kxStatus(0x60FFFF01);
 constexpr size_t kMaxDirName = 32767;
 
 const char* const kCreateTree = "kxFileUtils::CreateDirectoryTree";
@@ -107,8 +106,8 @@ long CleanDirectory(const char* dir, bool deleteDirectory, bool stopOnError, con
     long status = PathExists(dir, exists, &attributes);
     if (status != KX_OK || !exists) return status;
     if (spec == nullptr) spec = "*";
-    kxLogPrintfA(kProgress, kxLogSevProgress, "%s: %s directory <%s> with file spec <%s>", function,
-                 deleteDirectory ? "deleting" : "cleaning", dir, spec);
+    kxLogPrintfA(KX_S_INFORMATION, kxLogSevProgress, "%s: %s directory <%s> with file spec <%s>",
+                 function, deleteDirectory ? "deleting" : "cleaning", dir, spec);
     if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
         kxLogPrintfA(KX_E_BAD_ARGUMENT, kxLogSevFailure, "%s: <%s> is not a directory", function,
                      dir);
@@ -116,7 +115,7 @@ long CleanDirectory(const char* dir, bool deleteDirectory, bool stopOnError, con
     }
     // The compatibility layer never reports read-only today; kept for layers that do.
     if ((attributes & 0x01) && !SetFileAttributesA(dir, attributes & ~0x01u)) {
-        const long failed = kxStatus(0xE0020107);
+        const long failed = KX_E_FILE_FIND;
         kxLogPrintfA(failed, kxLogSevFailure,
                      "%s: error %d setting read-only directory <%s> to be writable", function,
                      static_cast<int>(GetLastError()), dir);

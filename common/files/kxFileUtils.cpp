@@ -16,7 +16,6 @@
 namespace kxFileUtils {
 namespace {
 
-constexpr long kStatFailed = kxStatus(0xE0020107);
 constexpr uint32_t kReadOnly = 0x01;
 
 long CheckExistence(const char* function, const char* name, bool& exists, DWORD attributes) {
@@ -26,9 +25,9 @@ long CheckExistence(const char* function, const char* name, bool& exists, DWORD 
     }
     const DWORD error = GetLastError();
     if (IsMissingError(error)) return KX_OK;
-    kxLogPrintfA(kStatFailed, kxLogSevFailure, "%s: error %d checking existence of <%s>", function,
-                 error, name);
-    return kStatFailed;
+    kxLogPrintfA(KX_E_FILE_FIND, kxLogSevFailure, "%s: error %d checking existence of <%s>",
+                 function, error, name);
+    return KX_E_FILE_FIND;
 }
 
 }  // namespace
@@ -103,10 +102,10 @@ long RemoveFile(const char* name) {
     }
     // The compatibility layer never reports read-only today; kept for layers that do.
     if ((attributes & kReadOnly) && !SetFileAttributesA(name, attributes & ~kReadOnly)) {
-        kxLogPrintfA(kStatFailed, kxLogSevFailure,
+        kxLogPrintfA(KX_E_FILE_FIND, kxLogSevFailure,
                      "%s: error %d setting read-only file <%s> to be writable", function,
                      static_cast<int>(GetLastError()), name);
-        return kStatFailed;
+        return KX_E_FILE_FIND;
     }
     if (!DeleteFileA(name)) {
         kxLogPrintfA(KX_E_DELETE_OR_MOVE, kxLogSevFailure, "%s: error %d deleting file <%s>",
@@ -171,9 +170,9 @@ long GetUniqueFileName(const char* dir, const char* prefix, char* out) {
             GetSystemTime(&now);
         }
     }
-    kxLogPrintfA(KX_E_NO_UNIQUE_NAME, kxLogSevFailure, "%s: no free name for prefix <%s> in <%s>",
+    kxLogPrintfA(KX_E_NOT_FOUND, kxLogSevFailure, "%s: no free name for prefix <%s> in <%s>",
                  "kxFileUtils::GetUniqueFileName", prefix, dir);
-    return KX_E_NO_UNIQUE_NAME;
+    return KX_E_NOT_FOUND;
 }
 
 bool IsMissingError(DWORD error) {

@@ -28,9 +28,7 @@
 class KCString;
 
 constexpr long KX_E_DELETE_OR_MOVE = kxStatus(0xE0020108);      // delete or move failed
-constexpr long KX_E_DIRECTORY = kxStatus(0xE0020109);           // mkdir or rmdir failed
 constexpr long KX_E_DIRECTORY_REFUSED = kxStatus(0xE0FF0119);   // mkdir failed with error 5
-constexpr long KX_E_NO_UNIQUE_NAME = kxStatus(0xE0FF0108);      // 30 candidate names taken
 // A file copy that failed: 0x80070000 | (errno & 0xFFFF). When the copy left no positive errno
 // the low half is 0xFFFF, so the status never reads as success.
 constexpr long kxCopyFailureStatus(int error) {
@@ -119,7 +117,7 @@ long CopyDirectoryTree(const char* from, const char* to, _SECURITY_ATTRIBUTES* s
 // deliberate, existing names depend on it. A taken name is retried with the milliseconds
 // increased by one while below 999, else with the clock read again, 30 candidates in all.
 // Null arguments, or strlen(dir) + strlen(prefix) + 22 above MAX_PATH: KX_E_BAD_ARGUMENT.
-// All 30 taken: KX_E_NO_UNIQUE_NAME. A failed existence check is returned.
+// All 30 taken: KX_E_NOT_FOUND. A failed existence check is returned.
 long GetUniqueFileName(const char* dir, const char* prefix, char* out);
 
 // How this layer reads the last error (platform/kxPlatformErrors.h) that a failed

@@ -19,7 +19,7 @@ char Lower(char c) { return static_cast<char>(tolower(static_cast<unsigned char>
 bool IsBlank(char c) { return isspace(static_cast<unsigned char>(c)) != 0; }
 
 long CopyOut(const char* begin, size_t length, char* out, unsigned long size) {
-    if (length + 1 > size) return KX_E_PATH_BUFFER_TOO_SMALL;
+    if (length + 1 > size) return KX_E_BUFFER_TOO_SMALL;
     memcpy(out, begin, length);
     out[length] = '\0';
     return KX_OK;

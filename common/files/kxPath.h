@@ -5,7 +5,7 @@
 // Conventions:
 // - Both "\" and "/" count as separators unless a function says otherwise.
 // - Functions returning `long` return a status: 0 success, KX_E_BAD_ARGUMENT (0x80000003) for a
-//   null argument or a malformed path, KX_E_PATH_BUFFER_TOO_SMALL (0xE0FF0101) when an output
+//   null argument or a malformed path, KX_E_BUFFER_TOO_SMALL (0xE0FF0101) when an output
 //   buffer cannot hold the result and its terminator, KX_E_OUT_OF_MEMORY (0xE0FF0104) when a
 //   buffer cannot be grown. Outputs are written only on success unless stated otherwise.
 // - Functions with a character-buffer and a std::string form implement the buffer form; the
@@ -24,7 +24,6 @@
 class KCString;
 class KBuffer;
 
-constexpr long KX_E_PATH_BUFFER_TOO_SMALL = kxStatus(0xE0FF0101);
 
 namespace kxPath {
 
@@ -98,7 +97,7 @@ char* GetNextSlash(char* p, bool alsoForward);
 // The first node of p: "/" for a Unix path; after skipping a leading "\\" or a long prefix, the
 // text up to the first separator or colon, except that a drive ("D:\") is returned with its
 // colon and backslash. For a remote name this is the host. `size` counts the terminator.
-// Null p or out: KX_E_BAD_ARGUMENT; too small: KX_E_PATH_BUFFER_TOO_SMALL.
+// Null p or out: KX_E_BAD_ARGUMENT; too small: KX_E_BUFFER_TOO_SMALL.
 long GetFirstNode(const char* p, char* out, unsigned long size);
 long GetFirstNode(const char* p, std::string& out);
 

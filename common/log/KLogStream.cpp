@@ -192,7 +192,7 @@ long KLogStream::Open(const char* dir, const char* name, unsigned long sizeKB,
 
     void* image = m_File.MapFile(nullptr, PAGE_READWRITE, 0, newSize,
                                  CreateAuxName(path, "_FMAP").c_str());
-    if (image == nullptr) return KX_E_LOG_MAP;
+    if (image == nullptr) return KX_E_FILE_MAP;
     m_pImage = static_cast<KLogFile*>(image);
     m_dwMappedSize = newSize;
     if (m_pImage->SizeInBytes() != newSize) return KX_E_LOG_MAP_SIZE;
@@ -298,7 +298,7 @@ long KLogStream::Resize(const std::string& path, uint32_t oldKB, unsigned long n
     const uint32_t newSize = static_cast<uint32_t>(newKB * 1024);
     KLogFile* old = static_cast<KLogFile*>(
         m_File.MapFile(nullptr, PAGE_READWRITE, 0, oldSize, CreateAuxName(path, "_FMAP").c_str()));
-    if (old == nullptr) return KX_E_LOG_MAP;
+    if (old == nullptr) return KX_E_FILE_MAP;
     // An append that a dead writer left half done is settled in the old ring: the copy then
     // holds it whole or not at all, and no later holder of the lock replays it on the new one.
     m_Lock.Repair(old);
@@ -436,7 +436,7 @@ long KLogStream::OpenReadOnly(const char* path) {
         return KX_E_LOG_NO_STREAM;
     void* image = m_File.MapFile(nullptr, PAGE_READONLY, 0, static_cast<unsigned long>(size),
                                  CreateAuxName(path, "_FMAP").c_str());
-    if (image == nullptr) return KX_E_LOG_MAP;
+    if (image == nullptr) return KX_E_FILE_MAP;
     m_pImage = static_cast<KLogFile*>(image);
     m_dwMappedSize = static_cast<uint32_t>(size);
     if (remote) m_File.UnlockFile();

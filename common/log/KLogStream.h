@@ -39,7 +39,6 @@
 
 constexpr long KX_E_LOG_TOUCH = kxStatus(0xE0020102);     // setting the file's time failed
 constexpr long KX_E_LOG_RECREATE = kxStatus(0xE0020106);  // writing a fresh header failed
-constexpr long KX_E_LOG_MAP = kxStatus(0xE0020401);       // mapping the file failed
 constexpr long KX_E_LOG_MAP_SIZE = kxStatus(0xE0020402);  // the mapping is not the file's size
 
 // A sink (base/kxLogSink.h): the logging start-up installs the default stream as the default
@@ -258,7 +257,7 @@ private:
     long LockRemoteFile(unsigned long timeoutMs);
     // Rewrites the open file at `path`, valid at oldKB, as a ring of newKB keeping its newest
     // records and ending with "RESZ"; leaves it unmapped. Called with the lock held. 0;
-    // KX_E_LOG_MAP; KX_E_OUT_OF_MEMORY; KX_E_FILE_FLUSH when the scratch cannot be put on
+    // KX_E_FILE_MAP; KX_E_OUT_OF_MEMORY; KX_E_FILE_FLUSH when the scratch cannot be put on
     // disk (the file is then untouched); KX_E_FILE_WRITE, KX_E_FILE_STAT or KX_E_FILE_FLUSH
     // when the file cannot be rewritten (the next writer to open it finishes the job).
     //

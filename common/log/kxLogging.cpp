@@ -92,7 +92,7 @@ long kxLogStreamObjectsInit(const char* dir) {
         } else {
             const char* env = getenv("KX_LOG_DIR");
             if (env == nullptr || strlen(env) > kMaxDir) return KX_OK;
-            if (*env == '\0') return KX_E_LOG_EMPTY_DIR;
+            if (*env == '\0') return KX_E_BAD_NAME;
             path = env;
         }
         if (kxLogIsRelativePath(path.c_str())) {
@@ -166,7 +166,7 @@ long kxLogStreamObjectInit(const char* dir, HKEY key, bool useEnv, KLogInfo* inf
 }
 
 long kxLogPrintModuleMessage(const char* text, HINSTANCE) {
-    return kxLogPrintfEx(KX_S_LOG_MODULE_INFO, kxLogSevProgress, 2, "%s",
+    return kxLogPrintfEx(KX_S_INFORMATION, kxLogSevProgress, 2, "%s",
                          text != nullptr ? text : "App Info");
 }
 
@@ -176,10 +176,10 @@ long kxLogGetPublicDataPath(char* buf, unsigned long& size) {
     if (cached == nullptr) {
         const char* env = getenv("KX_LOG_DIR");
         if (env == nullptr) env = getenv("HOME");
-        if (env == nullptr) return KX_E_LOG_NO_DATA_PATH;
+        if (env == nullptr) return KX_E_NOT_FOUND;
         cached = new std::string(env);
     }
-    if (buf == nullptr || cached->size() >= size) return KX_E_LOG_BUFFER;
+    if (buf == nullptr || cached->size() >= size) return KX_E_BUFFER_TOO_SMALL;
     memcpy(buf, cached->c_str(), cached->size() + 1);
     size = static_cast<unsigned long>(cached->size());
     return KX_OK;
@@ -203,7 +203,7 @@ long kxLogPathExists(const char* path, bool& exists, unsigned long* attributes) 
         exists = false;
         return KX_OK;
     }
-    return KX_E_LOG_PATH;
+    return KX_E_FILE_FIND;
 }
 
 namespace {
@@ -224,7 +224,7 @@ private:
         if (status != KX_OK || !exists) return status;
         return (attrs & FILE_ATTRIBUTE_DIRECTORY) != 0 ? KX_OK : KX_E_BAD_ARGUMENT;
     }
-    long CreateFailed(const char*, int) override { return KX_E_LOG_MKDIR; }
+    long CreateFailed(const char*, int) override { return KX_E_DIRECTORY; }
 };
 
 }  // namespace

@@ -22,13 +22,6 @@
 class KLogStream;
 struct _SECURITY_ATTRIBUTES;
 
-constexpr long KX_E_LOG_NO_DATA_PATH = kxStatus(0xE0FF0108);  // neither KX_LOG_DIR nor HOME
-constexpr long KX_E_LOG_EMPTY_DIR = kxStatus(0xE0FF0109);     // KX_LOG_DIR set but empty
-constexpr long KX_E_LOG_BUFFER = kxStatus(0xE0FF0101);        // buffer too small
-constexpr long KX_E_LOG_PATH = kxStatus(0xE0020107);          // looking a path up failed
-constexpr long KX_E_LOG_MKDIR = kxStatus(0xE0020109);         // making a directory failed
-// Status of the "logging starting" and "logging stopping" records.
-constexpr long KX_S_LOG_MODULE_INFO = kxStatus(0x60FFFF01);
 
 // The module handle of the Win32-shaped interface; here the process id, as a pointer.
 typedef void* HINSTANCE;
@@ -81,7 +74,7 @@ long StopLogging();
 long kxLogInitDll(HINSTANCE module);
 
 // Opens the three standard streams in dir (null or empty: "KX_LOG_DIR"; unset or longer than
-// 260: 0 and nothing opened; set but empty: KX_E_LOG_EMPTY_DIR). A relative directory is placed
+// 260: 0 and nothing opened; set but empty: KX_E_BAD_NAME). A relative directory is placed
 // under the public data path; the result must be absolute (else KX_E_LOG_NO_STREAM). Note that
 // a relative "KX_LOG_DIR" is therefore prefixed with itself and fails: kept for compatibility.
 // Creates the directory when missing. Switches informational messages on. Returns the last
@@ -93,19 +86,19 @@ void kxLogStreamObjectsTerm();
 // opens nothing (0). KX_E_LOG_NO_STREAM when the stream does not become live.
 long kxLogStreamObjectInit(const char* dir, HKEY key, bool useEnv, KLogInfo* info);
 
-// kxLogPrintfEx(KX_S_LOG_MODULE_INFO, 1, 2, "%s", text or "App Info").
+// kxLogPrintfEx(KX_S_INFORMATION, 1, 2, "%s", text or "App Info").
 long kxLogPrintModuleMessage(const char* text, HINSTANCE module);
 
 // Copies "KX_LOG_DIR", else "HOME" (read once, then cached for the process's life) into buf.
-// size: in, the buffer's size; out, the text's length. KX_E_LOG_NO_DATA_PATH when neither is
-// set; KX_E_LOG_BUFFER when the text does not fit with its terminator.
+// size: in, the buffer's size; out, the text's length. KX_E_NOT_FOUND when neither is
+// set; KX_E_BUFFER_TOO_SMALL when the text does not fit with its terminator.
 long kxLogGetPublicDataPath(char* buf, unsigned long& size);
 
 // True for null or empty; false for "X:\..." and for paths beginning with '/'.
 bool kxLogIsRelativePath(const char* path);
-// exists/attributes from GetFileAttributesA. KX_E_BAD_ARGUMENT for null; KX_E_LOG_PATH when the
+// exists/attributes from GetFileAttributesA. KX_E_BAD_ARGUMENT for null; KX_E_FILE_FIND when the
 // lookup fails other than by "not found".
 long kxLogPathExists(const char* path, bool& exists, unsigned long* attributes);
 // Makes path and its missing parents. 0 (also for "" or an existing directory);
-// KX_E_BAD_ARGUMENT (null, longer than 260, or an existing non-directory); KX_E_LOG_MKDIR.
+// KX_E_BAD_ARGUMENT (null, longer than 260, or an existing non-directory); KX_E_DIRECTORY.
 long kxLogCreateDirectoryTree(const char* path, _SECURITY_ATTRIBUTES* sa);

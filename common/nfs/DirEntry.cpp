@@ -22,7 +22,7 @@ long DirEntry::CopyToWin32FindData(_WIN32_FIND_DATAA* data) const {
     data->nFileSizeHigh = static_cast<uint32_t>(size >> 32);
     data->nFileSizeLow = static_cast<uint32_t>(size);
     const std::string name = Name();
-    if (name.size() + 1 > sizeof data->cFileName) return KX_E_NFS_FIND_NAME_TOO_LONG;
+    if (name.size() + 1 > sizeof data->cFileName) return KX_E_BAD_NAME;
     memcpy(data->cFileName, name.c_str(), name.size() + 1);
     return KX_OK;
 }

@@ -34,7 +34,7 @@ struct DirEntry {
 
     // Fills a find-data record: directory attribute for directories and nothing else, last
     // access and write times, size, and the name (the part of `path` behind its last '/', or all
-    // of it). Returns 0, KX_E_BAD_ARGUMENT for a null record, or KX_E_NFS_FIND_NAME_TOO_LONG when
+    // of it). Returns 0, KX_E_BAD_ARGUMENT for a null record, or KX_E_BAD_NAME when
     // the name and its terminator pass MAX_PATH bytes (the record then stays zeroed but for the
     // attributes, times and size).
     long CopyToWin32FindData(_WIN32_FIND_DATAA* data) const;

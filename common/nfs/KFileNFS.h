@@ -109,7 +109,7 @@ public:
     // FILETIME times, the directory attribute only). This handle's connection is used when it
     // is open on the same host, else a temporary one; this handle's own file is never touched.
     // 0; KX_E_BAD_ARGUMENT for null arguments; KX_E_FILE_FIND when name has no ':' or cannot be
-    // looked up (data zeroed); KX_E_NFS_FIND_NAME_TOO_LONG.
+    // looked up (data zeroed); KX_E_BAD_NAME.
     long GetWinFindData(const char* name, _WIN32_FIND_DATAA* data) override;
     // CreateFileMappingA, then MapViewOfFile of the first dwMaximumSizeLow bytes, a view that
     // is written back unless flProtect asks for PAGE_READONLY or PAGE_WRITECOPY (private

@@ -49,6 +49,5 @@ constexpr long KX_E_NLM_BLOCKED = kxStatus(0xE0030403);
 constexpr long KX_E_NLM_GRACE_PERIOD = kxStatus(0xE0030404);
 
 // General codes the browse layer produces.
-constexpr long KX_E_NFS_FIND_NAME_TOO_LONG = kxStatus(0xE0FF0109);  // name exceeds find data
 constexpr long KX_E_NFS_NO_PORTMAPPER = kxStatus(0xE0FF012F);  // server's port mapper silent
 constexpr long KX_E_NFS_CANCELLED = kxStatus(0xE0FFFF03);

@@ -50,7 +50,7 @@ constexpr StatusText kTexts[] = {
     {KX_E_NLM_NO_LOCKS, "the server is out of locks"},
     {KX_E_NLM_BLOCKED, "lock blocked"},
     {KX_E_NLM_GRACE_PERIOD, "the lock manager is in its grace period after a restart"},
-    {KX_E_NFS_FIND_NAME_TOO_LONG, "name too long for a find-data record"},
+    {KX_E_BAD_NAME, "name too long for a find-data record"},
     {KX_E_NFS_NO_PORTMAPPER, "the server's port mapper does not answer"},
     {KX_E_NFS_CANCELLED, "cancelled"},
     {KX_E_HOST_NOT_FOUND, "unknown host"},

@@ -17,15 +17,15 @@
 #include "base/kxStatus.h"
 #include "base/kxWin32Types.h"
 
+// Also returned by the file handles (base/kxStatus.h): KX_E_FILE_FIND (stat failed in
+// GetWinFindData), KX_E_NOT_FOUND (open failed: no such file), KX_E_BAD_NAME (name part too
+// long for cFileName).
 constexpr long KX_E_FILE_OPEN = kxStatus(0xE0020101);       // open failed (not "not found")
 constexpr long KX_E_FILE_STAT = kxStatus(0xE0020103);       // fstat, lseek or truncate failed
 constexpr long KX_E_FILE_READ = kxStatus(0xE0020104);
 constexpr long KX_E_FILE_WRITE = kxStatus(0xE0020105);
-constexpr long KX_E_FILE_FIND = kxStatus(0xE0020107);       // stat failed in GetWinFindData
 constexpr long KX_E_FILE_CLOSE = kxStatus(0xE002010A);
-constexpr long KX_E_FILE_NOT_FOUND = kxStatus(0xE0FF0108);  // open failed: no such file
 constexpr long KX_E_FILE_TIME = kxStatus(0xE0FF0106);       // fstat or utime in the time calls
-constexpr long KX_E_NAME_TOO_LONG = kxStatus(0xE0FF0109);   // name part too long for cFileName
 constexpr long KX_E_FILE_MAP = kxStatus(0xE0020401);        // mapping failed
 constexpr long KX_E_FILE_FLUSH = kxStatus(0xE0020403);      // flush or unmap failed
 constexpr long KX_E_FILE_LOCK = kxStatus(0xE0020203);       // TryLockFile: the lock call failed

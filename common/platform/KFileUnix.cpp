@@ -258,7 +258,7 @@ long KFileUnix::GetWinFindData(const char* name, _WIN32_FIND_DATAA* data) {
     const char* sep = slash > backslash ? slash : backslash;
     const char* part = sep != nullptr ? sep + 1 : name;
     const size_t n = strlen(part);
-    if (n + 1 >= 261) return KX_E_NAME_TOO_LONG;
+    if (n + 1 >= 261) return KX_E_BAD_NAME;
     memcpy(data->cFileName, part, n + 1);
     return KX_OK;
 }

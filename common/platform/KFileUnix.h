@@ -24,7 +24,7 @@ public:
     // (and report it pre-existing). The value of lpSecurityAttributes itself, read as an
     // integer from 1 to 511, is the new file's permission bits (else 0660): deliberate, callers
     // rely on it. Share mode, flags and template are ignored.
-    // 0; KX_E_BAD_ARGUMENT unknown disposition; KX_E_FILE_NOT_FOUND; KX_E_FILE_OPEN; or the
+    // 0; KX_E_BAD_ARGUMENT unknown disposition; KX_E_NOT_FOUND; KX_E_FILE_OPEN; or the
     // errno of a failed close of the previous file.
     unsigned long CreateFileA(const char* lpFileName, unsigned long dwDesiredAccess,
                               unsigned long dwShareMode, _SECURITY_ATTRIBUTES* lpSecurityAttributes,
@@ -48,7 +48,7 @@ public:
     // Truncates the file at the current position.
     bool SetEndOfFile() override;
     // Times are raw Unix seconds in the low halves, deliberately not FILETIME ticks; creation
-    // time 0. 0; KX_E_BAD_ARGUMENT; KX_E_FILE_FIND; KX_E_NAME_TOO_LONG. Never logs.
+    // time 0. 0; KX_E_BAD_ARGUMENT; KX_E_FILE_FIND; KX_E_BAD_NAME. Never logs.
     long GetWinFindData(const char* name, _WIN32_FIND_DATAA* data) override;
     // Unmaps, then maps the whole file: PAGE_READONLY gives a read view, PAGE_READWRITE a
     // read/write one, PAGE_WRITECOPY is refused. A name makes the mapping shared (MAP_SHARED),

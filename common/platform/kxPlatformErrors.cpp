@@ -15,7 +15,7 @@ DWORD kxWin32ErrorFromErrno(int error) {
 long kxPlatformStatus(int error, long failure) {
     switch (error) {
         case ENOENT:
-            return failure == KX_E_FILE_OPEN ? KX_E_FILE_NOT_FOUND : failure;
+            return failure == KX_E_FILE_OPEN ? KX_E_NOT_FOUND : failure;
         case EAGAIN:
         case EACCES:
             return failure == KX_E_FILE_LOCK ? KX_S_WAIT_TIMEOUT : failure;

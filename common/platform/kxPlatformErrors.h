@@ -21,7 +21,7 @@ DWORD kxWin32ErrorFromErrno(int error);
 
 // The status of a failed file or mutex call. `failure` is the operation's own failure status;
 // the error refines it where it says more:
-//   KX_E_FILE_OPEN  with ENOENT           -> KX_E_FILE_NOT_FOUND;
+//   KX_E_FILE_OPEN  with ENOENT           -> KX_E_NOT_FOUND;
 //   KX_E_FILE_LOCK  with EAGAIN or EACCES -> KX_S_WAIT_TIMEOUT (another holder: POSIX lets a
 //                                            refused file lock report either);
 //   KX_E_WAIT_FAILED with ETIMEDOUT       -> KX_S_WAIT_TIMEOUT.

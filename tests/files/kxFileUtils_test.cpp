@@ -151,7 +151,7 @@ TEST_F(kxFileUtilsTest, UniqueFileNameStampAndRetries) {
         ClockOverride clock(MondayMorning(990));
         for (int ms = 990; ms <= 999; ++ms) WriteText(Path("p200703105040506_" + std::to_string(ms)), "");
         strcpy(out, "untouched");
-        EXPECT_EQ(GetUniqueFileName(root_.path().c_str(), "p", out), KX_E_NO_UNIQUE_NAME);
+        EXPECT_EQ(GetUniqueFileName(root_.path().c_str(), "p", out), KX_E_NOT_FOUND);
         EXPECT_STREQ(out, "untouched");
     }
     // dir + prefix + 22 may reach 260, not pass it.

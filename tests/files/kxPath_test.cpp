@@ -110,11 +110,11 @@ TEST(kxPathTest, NodesOfEachSyntaxAndTightBuffers) {
         EXPECT_EQ(s, c.second) << c.first;
     }
     char out[4] = {'x', 'x', 'x', 'x'};
-    EXPECT_EQ(GetFirstNode("C:\\dir", out, 3), KX_E_PATH_BUFFER_TOO_SMALL);
+    EXPECT_EQ(GetFirstNode("C:\\dir", out, 3), KX_E_BUFFER_TOO_SMALL);
     EXPECT_EQ(out[0], 'x');
     EXPECT_EQ(GetFirstNode("C:\\dir", out, 4), KX_OK);
-    EXPECT_EQ(GetLastNode("/a/bcde", out, 4), KX_E_PATH_BUFFER_TOO_SMALL);
-    EXPECT_EQ(GetLastNode("", out, 0), KX_E_PATH_BUFFER_TOO_SMALL);
+    EXPECT_EQ(GetLastNode("/a/bcde", out, 4), KX_E_BUFFER_TOO_SMALL);
+    EXPECT_EQ(GetLastNode("", out, 0), KX_E_BUFFER_TOO_SMALL);
     EXPECT_EQ(GetLastNode(nullptr, out, 4), KX_E_BAD_ARGUMENT);
     EXPECT_EQ(GetFirstNode("/x", nullptr, 4), KX_E_BAD_ARGUMENT);
 }

@@ -183,7 +183,7 @@ TEST(KLogStreamTest, RefusedArgumentsLeaveAStreamThatIsNotLive) {
         EXPECT_TRUE(s->begin() == s->end());
         EXPECT_TRUE(s->rbegin() == s->end());
     }
-    EXPECT_EQ(KX_E_FILE_NOT_FOUND, missing.GetOpenStatus());
+    EXPECT_EQ(KX_E_NOT_FOUND, missing.GetOpenStatus());
     EXPECT_EQ(-1, FileSize(dir / "a.log")) << "nothing was created";
 
     // Through the front end: the default stream refuses, the message is lost.

@@ -54,7 +54,7 @@ TEST(DirEntry, FindDataNameLimitAndAttributes) {
     EXPECT_EQ(0, d.cAlternateFileName[0]);
 
     e.path += "n";  // 260 characters no longer fit with the terminator
-    EXPECT_EQ(KX_E_NFS_FIND_NAME_TOO_LONG, e.CopyToWin32FindData(&d));
+    EXPECT_EQ(KX_E_BAD_NAME, e.CopyToWin32FindData(&d));
     EXPECT_EQ(0, d.cFileName[0]);
 
     e.type = kDirEntryDirectory;

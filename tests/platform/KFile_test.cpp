@@ -91,14 +91,14 @@ TEST(KFileUnixTest, DispositionsCreateTruncateAndReportPreExisting) {
     EXPECT_EQ(static_cast<unsigned long>(KX_E_FILE_OPEN), Open(f, a, CREATE_NEW));
     EXPECT_FALSE(f.IsOpen());
     EXPECT_STREQ("", f.GetFileName());
-    EXPECT_EQ(static_cast<unsigned long>(KX_E_FILE_NOT_FOUND), Open(f, dir / "none", OPEN_EXISTING));
-    EXPECT_TRUE(log.Has(KX_E_FILE_NOT_FOUND, "KFileUnix::CreateFileA: error 2 opening file handle <"));
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_NOT_FOUND), Open(f, dir / "none", OPEN_EXISTING));
+    EXPECT_TRUE(log.Has(KX_E_NOT_FOUND, "KFileUnix::CreateFileA: error 2 opening file handle <"));
     for (unsigned long bad : {0ul, 6ul}) {
         EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(f, dir / "c", bad));
         EXPECT_TRUE(log.Has(KX_E_BAD_ARGUMENT, "unknown dwCreationDisposition passed"));
     }
     EXPECT_EQ(0, ModeOf(dir / "c")) << "nothing created";
-    EXPECT_EQ(static_cast<unsigned long>(KX_E_FILE_NOT_FOUND), Open(f, dir / "none", TRUNCATE_EXISTING));
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_NOT_FOUND), Open(f, dir / "none", TRUNCATE_EXISTING));
 
     // Write-only access cannot read; read-only cannot write.
     EXPECT_EQ(0u, Open(f, a, OPEN_EXISTING, 0, GENERIC_WRITE));
