@@ -218,7 +218,7 @@ struct Args {
     bool ok;
 };
 
-void Version1Requests() {
+KX_FAKE_TEST(FakeLockManager, Version1RequestsCarryTheLockDescription) {
     LockPeers peers(1, "nlm", nlm_granted);
     ASSERT_TRUE(peers.browse);
     kxtest::LogCapture log;
@@ -275,7 +275,7 @@ void Version1Requests() {
     }
 }
 
-void FallbackToVersion4() {
+KX_FAKE_TEST(FakeLockManager, FallsBackToVersion4AndRemembersIt) {
     LockPeers peers(4, "nlm4only", NLM4_GRANTED);
     ASSERT_TRUE(peers.browse);
     kxtest::LogCapture log;
@@ -358,23 +358,8 @@ void NoLockManager() {
     EXPECT_TRUE(peers.browse->Verify());  // no lock connection was left behind
 }
 
-class FakeLockManager : public ::testing::Test {
-protected:
-    void SetUp() override {
-        auto& sandbox = kxtest::NFSSandbox::Get();
-        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-    }
-};
-
-TEST_F(FakeLockManager, Version1RequestsCarryTheLockDescription) {
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<Version1Requests>());
-}
-
-TEST_F(FakeLockManager, FallsBackToVersion4AndRemembersIt) {
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<FallbackToVersion4>());
-}
-
-TEST_F(FakeLockManager, RefusalsAreTranslatedAndLogged) {
+TEST(FakeLockManager, RefusalsAreTranslatedAndLogged) {
+    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
     EXPECT_TRUE(kxtest::RunInFakeSandbox<Version1Denied>());
     EXPECT_TRUE(kxtest::RunInFakeSandbox<Version4StaleHandle>());
     EXPECT_TRUE(kxtest::RunInFakeSandbox<NoLockManager>());
