@@ -65,8 +65,6 @@ private:
     bool m_bLogLock = false;
 };
 
-KLogStream::KLogStream() = default;
-
 KLogStream::KLogStream(const char* dir, const char* name, unsigned long sizeKB,
                        unsigned long flushInterval, bool writeStartRec)
     : m_dwFlushInterval(static_cast<uint32_t>(flushInterval)) {

@@ -238,15 +238,11 @@ public:
     };
     static void SetResizeHookForTest(void (*hook)(ResizeStep));
 
-protected:
-    // A stream that is not live (signature "reset"); subclasses set the signature when ready.
-    KLogStream();
-
+private:
     // Liveness marker. The first data member, so that a stale or foreign pointer is refused
     // before anything else of the object is touched.
     uint32_t m_dwSignature = kSignatureReset;
 
-private:
     // Construction's locks, let go in reverse order however construction ends.
     class OpenLocks;
 
