@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/kxStatus.h"
+#include "platform/kxPlatformErrors.h"
 #include "platform/kxWin32.h"
 
 bool kxDirectoryTree::IsSeparator(char c) const {
@@ -56,7 +57,7 @@ long kxDirectoryTree::Make(char* name, size_t length, _SECURITY_ATTRIBUTES* sa, 
         level = pending_.back();
         pending_.pop_back();
         if (!CreateDirectoryA(Cut(level), sa)) {
-            const int error = errno;
+            const int error = static_cast<int>(GetLastError());
             // Made by someone else since it was examined: as good as made here.
             const DWORD now = error == EEXIST ? GetFileAttributesA(name_) : INVALID_FILE_ATTRIBUTES;
             if (now != INVALID_FILE_ATTRIBUTES && (now & FILE_ATTRIBUTE_DIRECTORY)) continue;

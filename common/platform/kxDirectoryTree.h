@@ -40,7 +40,8 @@ protected:
     // `missing` set), otherwise the status that ends the walk (an existing non-directory, a
     // failed check), having reported it.
     virtual long Examine(const char* level, bool& missing) = 0;
-    // CreateDirectoryA failed on `level` with `error` (errno): reports it and returns the status.
+    // CreateDirectoryA failed on `level` with `error` (its last error): reports it and returns
+    // the status.
     virtual long CreateFailed(const char* level, int error) = 0;
     // Called once for every level below a failed one, deepest last, with the failure's status and
     // the name of the level above it that could not be made.
