@@ -34,9 +34,13 @@ bool process::start() {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    static char* noArgs[] = {nullptr};
-    execv(path, argvCopy_ ? argvCopy_.get() : noArgs);
-    int err = errno;
+    // A null path is refused here with the error the kernel gives for it (EFAULT): the C
+    // library declares execv's path non-null, so passing one is undefined behaviour.
+    int err = EFAULT;
+    if (path != nullptr) {
+        execv(path, argvCopy_.get());
+        err = errno;
+    }
     kxLogPrintfA(err, kxLogSevFailure, "execv() failed! errno: %d\n", err);
     exit(1);
 }
