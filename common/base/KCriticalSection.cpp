@@ -19,7 +19,7 @@ KCriticalSection::KCriticalSection() : m_mutex(), m_attr(), m_dwSignature(0) {
 
 void KCriticalSection::Lock() const {
     if (m_dwSignature != kSignature) throw std::logic_error("KCriticalSection::Lock: invalid");
-    if (kxEnv::Default()->MutexLock(&m_mutex) == 0) return;
+    if (kxEnvMutexLock(kxEnv::Installed(), &m_mutex) == 0) return;
     static const char kFailed[] = "KCriticalSection::Lock: failed %d.";
     kxLogPrintfA(KX_E_NOT_INITIALISED, kxLogSevError, kFailed, errno);
     throw std::logic_error(kFailed);
@@ -27,7 +27,7 @@ void KCriticalSection::Lock() const {
 
 void KCriticalSection::Unlock() const {
     if (m_dwSignature != kSignature) throw std::logic_error("KCriticalSection::Unlock: invalid");
-    if (kxEnv::Default()->MutexUnlock(&m_mutex) == 0) return;
+    if (kxEnvMutexUnlock(kxEnv::Installed(), &m_mutex) == 0) return;
     static const char kFailed[] = "KCriticalSection::Unlock: failed %d.";
     kxLogPrintfA(KX_E_NOT_INITIALISED, kxLogSevError, kFailed, errno);
     throw std::logic_error(kFailed);

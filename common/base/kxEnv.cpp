@@ -15,6 +15,7 @@ namespace {
 // The real system: each method is the call it is named after, nothing more.
 class PosixEnv final : public kxEnv {
 public:
+    PosixEnv() : kxEnv(true) {}
     int Open(const char* path, int flags, mode_t mode) override {
         return ::open(path, flags, mode);
     }
@@ -126,11 +127,12 @@ public:
     }
 };
 
-// Null until a kxScopedEnv installs something: zero-initialised, so it is valid before any
-// static constructor runs.
-std::atomic<kxEnv*> g_pProcessEnv{nullptr};
 
 }  // namespace
+
+// Null until a kxScopedEnv installs something: constant-initialised, so it is valid before any
+// static constructor runs.
+std::atomic<kxEnv*> kxEnv::s_pInstalled{nullptr};
 
 kxEnv* kxEnv::Posix() {
     // Built in static storage and never destroyed: exit handlers and the destructors of other
@@ -140,16 +142,12 @@ kxEnv* kxEnv::Posix() {
     return env;
 }
 
-kxEnv* kxEnv::Default() {
-    kxEnv* env = g_pProcessEnv.load(std::memory_order_acquire);
-    return env != nullptr ? env : Posix();
-}
 
 kxScopedEnv::kxScopedEnv(kxEnv* env)
-    : m_pSaved(g_pProcessEnv.exchange(env, std::memory_order_acq_rel)) {}
+    : m_pSaved(kxEnv::s_pInstalled.exchange(env, std::memory_order_acq_rel)) {}
 
 kxScopedEnv::~kxScopedEnv() {
-    g_pProcessEnv.store(m_pSaved, std::memory_order_release);
+    kxEnv::s_pInstalled.store(m_pSaved, std::memory_order_release);
 }
 
 // ---- kxEnvWrapper: forwarding only -------------------------------------------------------

@@ -46,6 +46,7 @@
 #include <time.h>
 #include <utime.h>
 
+#include <atomic>
 #include <cstddef>
 
 struct flock;
@@ -60,7 +61,16 @@ public:
     // The real operating system. Never null, never destroyed.
     static kxEnv* Posix();
     // The process Env: Posix() unless a kxScopedEnv is alive. Never null.
-    static kxEnv* Default();
+    static kxEnv* Default() {
+        kxEnv* env = s_pInstalled.load(std::memory_order_acquire);
+        return env != nullptr ? env : Posix();
+    }
+    // The Env a kxScopedEnv installed, or null while the process uses the real system. For the
+    // per-call users on hot paths (see kxEnvMutexLock below), which skip Posix()'s guard.
+    static kxEnv* Installed() { return s_pInstalled.load(std::memory_order_acquire); }
+    // True for Posix() only. Hot paths test it to make the system call directly instead of the
+    // virtual call, which is measurable where a lock is taken per allocation or per append.
+    bool IsPosix() const { return m_bPosix; }
     // `env` if given, else Default(): what an object stores when its constructor was given env.
     static kxEnv* Or(kxEnv* env) { return env != nullptr ? env : Default(); }
 
@@ -140,6 +150,15 @@ public:
     virtual void Free(void* p) = 0;
     // posix_memalign: 0 or the error number; errno is not set.
     virtual int PosixMemalign(void** p, size_t alignment, size_t bytes) = 0;
+
+protected:
+    // For the real system only.
+    explicit kxEnv(bool posix) : m_bPosix(posix) {}
+
+private:
+    friend class kxScopedEnv;
+    static std::atomic<kxEnv*> s_pInstalled;  // null: Posix()
+    const bool m_bPosix = false;
 };
 
 // Forwards every call to a target Env (the real system by default). Derive from it and override
@@ -226,3 +245,21 @@ public:
 private:
     kxEnv* m_pSaved;
 };
+
+// The pthread calls of the hot paths (the critical section, the named mutex, the log lock):
+// the system call itself when env is null (nothing installed) or the real system, else env's
+// method. The same contract as the methods.
+inline int kxEnvMutexLock(kxEnv* env, pthread_mutex_t* mutex) {
+    return env == nullptr || env->IsPosix() ? pthread_mutex_lock(mutex) : env->MutexLock(mutex);
+}
+inline int kxEnvMutexTryLock(kxEnv* env, pthread_mutex_t* mutex) {
+    return env == nullptr || env->IsPosix() ? pthread_mutex_trylock(mutex)
+                                            : env->MutexTryLock(mutex);
+}
+inline int kxEnvMutexUnlock(kxEnv* env, pthread_mutex_t* mutex) {
+    return env == nullptr || env->IsPosix() ? pthread_mutex_unlock(mutex)
+                                            : env->MutexUnlock(mutex);
+}
+inline int kxEnvCondSignal(kxEnv* env, pthread_cond_t* cond) {
+    return env == nullptr || env->IsPosix() ? pthread_cond_signal(cond) : env->CondSignal(cond);
+}

@@ -269,7 +269,7 @@ long KLogLock::SettleFileLockFlag(unsigned long timeoutMs) {
         __atomic_store_n(flag, 0, __ATOMIC_SEQ_CST);
         if (FileLockUserPresent()) __atomic_store_n(flag, 1, __ATOMIC_SEQ_CST);
     }
-    m_pEnv->MutexUnlock(&m_pShared->mutex);
+    kxEnvMutexUnlock(m_pEnv, &m_pShared->mutex);
     return KX_OK;
 }
 
@@ -303,11 +303,11 @@ long KLogLock::LockMutex(unsigned long timeoutMs) {
     // try-lock would report it but keep the futex word taken, blocking everyone for good.
     if (__atomic_load_n(&m->__data.__owner, __ATOMIC_RELAXED) == kOwnerNotRecoverable)
         return KX_E_LOG_LOCK_FILE;
-    int r = m_pEnv->MutexTryLock(m);
+    int r = kxEnvMutexTryLock(m_pEnv, m);
     // Holders keep it for a fraction of a microsecond: a short spin usually beats sleeping.
     for (int spin = 0; r == EBUSY && spin < 10; ++spin) {
         for (int i = 0; i < 16; ++i) CpuRelax();
-        r = m_pEnv->MutexTryLock(m);
+        r = kxEnvMutexTryLock(m_pEnv, m);
     }
     if (r == EBUSY) {
         const uint64_t deadlineNs = NowNs(m_pEnv) + static_cast<uint64_t>(timeoutMs) * 1000000ull;
@@ -369,7 +369,7 @@ long KLogLock::Lock(unsigned long timeoutMs, KLogFile* image) {
                     status = LockFileRange(timeoutMs);
                     if (status != KX_OK) {
                         m_dwDepth = 0;
-                        m_pEnv->MutexUnlock(&m_pShared->mutex);
+                        kxEnvMutexUnlock(m_pEnv, &m_pShared->mutex);
                         return status;
                     }
                     m_bFileLockHeld = true;
@@ -405,7 +405,7 @@ void KLogLock::Unlock() {
         m_bFileLockHeld = false;
     }
     if (m_mode.load(std::memory_order_relaxed) == Mode::kMutex)
-        m_pEnv->MutexUnlock(&m_pShared->mutex);
+        kxEnvMutexUnlock(m_pEnv, &m_pShared->mutex);
     else if (outermost && m_pLocal != nullptr)
         m_pLocal->Unlock();
 }

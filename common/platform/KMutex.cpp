@@ -55,7 +55,7 @@ void Repair(KMutex::KMutexShared* block) {
 
 // pthread_mutex_lock on the block, recovering the mutex from an owner that died holding it.
 int LockBlock(kxEnv* env, KMutex::KMutexShared* block) {
-    int rc = env->MutexLock(&block->mutex);
+    int rc = kxEnvMutexLock(env, &block->mutex);
     if (rc == EOWNERDEAD) {
         rc = env->MutexConsistent(&block->mutex);
         if (rc == 0) Repair(block);
@@ -373,7 +373,7 @@ long KMutex::Lock(unsigned long timeoutMs, bool* abandoned) const {
         block->locked = true;
         break;
     }
-    if (holdsBlock) m_pEnv->MutexUnlock(&block->mutex);
+    if (holdsBlock) kxEnvMutexUnlock(m_pEnv, &block->mutex);
 
     if (deadOwner != -1) {
         if (abandoned != nullptr) *abandoned = true;
@@ -397,14 +397,14 @@ long KMutex::Unlock() const {
             // The count only records that the mutex is held: one Unlock releases every level.
             if (--block->lockCount >= 0) {
                 MarkFree(block);
-                rc = m_pEnv->CondSignal(&block->cond);
+                rc = kxEnvCondSignal(m_pEnv, &block->cond);
                 if (rc != 0) {
                     error = rc;
                     result = KX_E_MUTEX_RELEASE;
                 }
             }
         }
-        rc = m_pEnv->MutexUnlock(&block->mutex);
+        rc = kxEnvMutexUnlock(m_pEnv, &block->mutex);
         if (rc != 0) {
             error = rc;
             result = KX_E_MUTEX_RELEASE;
