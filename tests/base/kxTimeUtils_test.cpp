@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/KCOleDateTime.h"
+#include "kxEnvOverride.h"
 #include "platform/kxWin32.h"
 
 namespace {
@@ -55,28 +56,7 @@ std::string Describe(const CalendarRow& r) {
     return text;
 }
 
-// Sets TZ for the lifetime of the object and restores the previous setting.
-class ScopedTimeZone {
-public:
-    explicit ScopedTimeZone(const char* zone) {
-        if (const char* old = std::getenv("TZ"))
-            m_old = old;
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~ScopedTimeZone() {
-        if (m_old.empty())
-            unsetenv("TZ");
-        else
-            setenv("TZ", m_old.c_str(), 1);
-        tzset();
-    }
-    ScopedTimeZone(const ScopedTimeZone&) = delete;
-    ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
-
-private:
-    std::string m_old;
-};
+using kxtest::ZoneOverride;
 
 TEST(DateReference, CalendarFieldsAndDayCountsAgree) {
     for (const CalendarRow& r : kCalendarRows) {
@@ -146,7 +126,7 @@ _FILETIME FileTimeOf(long long unixTime) {
 // time, so in summer it lands one hour late: the compatibility layer's documented rule.
 TEST(DateReference, UnixAndFileTimesRoundTripInEachZone) {
     for (const ZoneRow& r : kZoneRows) {
-        ScopedTimeZone zone(r.zone);
+        ZoneOverride zone(r.zone);
         SCOPED_TRACE(testing::Message() << r.zone << " " << r.unixTime);
 
         KCOleDateTime fromUnix;
@@ -178,7 +158,7 @@ TEST(DateReference, UnixAndFileTimesRoundTripInEachZone) {
 }
 
 TEST(DateReference, UnrepresentableTimesAreInvalid) {
-    ScopedTimeZone zone("UTC");
+    ZoneOverride zone("UTC");
     KCOleDateTime d(2.5);
 #if LONG_MAX > 2147483647L
     d = 253402300800L;  // 10000-01-01

@@ -6,59 +6,25 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <ctime>
-#include <string>
+#include <vector>
 
 #include "base/kxWin32Time.h"
+#include "kxEnvOverride.h"
 
 namespace {
 
-uint64_t Value(const _FILETIME& ft) { return (static_cast<uint64_t>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime; }
-
-_FILETIME Make(uint64_t v) {
-    _FILETIME ft;
-    ft.dwLowDateTime = static_cast<uint32_t>(v);
-    ft.dwHighDateTime = static_cast<uint32_t>(v >> 32);
-    return ft;
+uint64_t Value(const _FILETIME& ft) {
+    return (uint64_t{ft.dwHighDateTime} << 32) | ft.dwLowDateTime;
 }
+_FILETIME Make(uint64_t v) { return {static_cast<uint32_t>(v), static_cast<uint32_t>(v >> 32)}; }
 
 _SYSTEMTIME Date(int y, int mo, int d, int h, int mi, int s) {
-    _SYSTEMTIME st{};
-    st.wYear = static_cast<uint16_t>(y);
-    st.wMonth = static_cast<uint16_t>(mo);
-    st.wDay = static_cast<uint16_t>(d);
-    st.wHour = static_cast<uint16_t>(h);
-    st.wMinute = static_cast<uint16_t>(mi);
-    st.wSecond = static_cast<uint16_t>(s);
-    return st;
+    auto w = [](int v) { return static_cast<uint16_t>(v); };
+    return {w(y), w(mo), 0, w(d), w(h), w(mi), w(s), 0};
 }
 
-// Sets TZ for one test and restores it.
-class ZoneOverride {
-public:
-    explicit ZoneOverride(const char* zone) {
-        const char* old = getenv("TZ");
-        had_ = old != nullptr;
-        if (had_) old_ = old;
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~ZoneOverride() {
-        if (had_)
-            setenv("TZ", old_.c_str(), 1);
-        else
-            unsetenv("TZ");
-        tzset();
-    }
-    ZoneOverride(const ZoneOverride&) = delete;
-    ZoneOverride& operator=(const ZoneOverride&) = delete;
-
-private:
-    bool had_;
-    std::string old_;
-};
-
+using kxtest::ZoneOverride;
 constexpr uint64_t kTicks = 10000000ULL;
 
 TEST(kxWin32Time, SystemTimeToFileTimeReadsLocalStandardTime) {
@@ -106,14 +72,11 @@ TEST(kxWin32Time, FileTimeToSystemTimeBreaksDownLocallyAndRoundTrips) {
     _FILETIME ft = Make(value);
     _SYSTEMTIME st;
     ASSERT_TRUE(FileTimeToSystemTime(&ft, &st));
-    EXPECT_EQ(2021, st.wYear);
-    EXPECT_EQ(1, st.wMonth);
-    EXPECT_EQ(15, st.wDay);
-    EXPECT_EQ(5, st.wDayOfWeek);
-    EXPECT_EQ(12, st.wHour);
-    EXPECT_EQ(30, st.wMinute);
-    EXPECT_EQ(45, st.wSecond);
-    EXPECT_EQ(678, st.wMilliseconds);
+    auto fields = [](const _SYSTEMTIME& t) {
+        return std::vector<int>{t.wYear, t.wMonth, t.wDay, t.wDayOfWeek, t.wHour, t.wMinute,
+                                t.wSecond, t.wMilliseconds};
+    };
+    EXPECT_EQ((std::vector<int>{2021, 1, 15, 5, 12, 30, 45, 678}), fields(st));
 
     // Back to whole seconds outside daylight-saving time.
     _FILETIME back;
@@ -123,10 +86,7 @@ TEST(kxWin32Time, FileTimeToSystemTimeBreaksDownLocallyAndRoundTrips) {
     // Before 1970 the breakdown does not wrap round into the future.
     ft = Make(116444736000000000ULL - kTicks / 2);  // 1969-12-31 23:59:59.5 UTC
     ASSERT_TRUE(FileTimeToSystemTime(&ft, &st));
-    EXPECT_EQ(1969, st.wYear);
-    EXPECT_EQ(18, st.wHour);
-    EXPECT_EQ(59, st.wSecond);
-    EXPECT_EQ(500, st.wMilliseconds);
+    EXPECT_EQ((std::vector<int>{1969, 12, 31, 3, 18, 59, 59, 500}), fields(st));
 
     EXPECT_FALSE(FileTimeToSystemTime(nullptr, &st));
     EXPECT_FALSE(FileTimeToSystemTime(&ft, nullptr));

@@ -5,10 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <string>
 
+#include "kxEnvOverride.h"
 #include "platform/kxBitUtils.h"
 
 namespace {
@@ -24,21 +23,17 @@ TEST(kxSysInfo, AnswersComeFromTheSystem) {
 }
 
 TEST(kxSysInfo, CurrentUserComesFromUserAndIsNeverNull) {
-    const char* old = getenv("USER");
-    const std::string saved = old != nullptr ? old : "";
-    unsetenv("USER");
-    kxSysInfo::g_VersionInfo.Fill();
-    ASSERT_NE(nullptr, kxSysInfo::GetCurrentUser());
-    EXPECT_STREQ("", kxSysInfo::GetCurrentUser());
-
-    setenv("USER", "someone", 1);
-    kxSysInfo::g_VersionInfo.Fill();
-    EXPECT_STREQ("someone", kxSysInfo::GetCurrentUser());
-
-    if (old != nullptr)
-        setenv("USER", saved.c_str(), 1);
-    else
-        unsetenv("USER");
+    {
+        kxtest::EnvOverride user("USER", nullptr);
+        kxSysInfo::g_VersionInfo.Fill();
+        ASSERT_NE(nullptr, kxSysInfo::GetCurrentUser());
+        EXPECT_STREQ("", kxSysInfo::GetCurrentUser());
+    }
+    {
+        kxtest::EnvOverride user("USER", "someone");
+        kxSysInfo::g_VersionInfo.Fill();
+        EXPECT_STREQ("someone", kxSysInfo::GetCurrentUser());
+    }
     kxSysInfo::g_VersionInfo.Fill();
 }
 

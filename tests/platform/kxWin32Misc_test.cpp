@@ -5,41 +5,16 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
 
+#include "kxEnvOverride.h"
 #include "platform/kxWin32.h"
 
 namespace {
 
-// Sets or clears environment variables for one test and restores them.
-class EnvOverride {
-public:
-    EnvOverride(const char* name, const char* value) : name_(name) {
-        const char* old = getenv(name);
-        had_ = old != nullptr;
-        if (had_) old_ = old;
-        if (value != nullptr)
-            setenv(name, value, 1);
-        else
-            unsetenv(name);
-    }
-    ~EnvOverride() {
-        if (had_)
-            setenv(name_.c_str(), old_.c_str(), 1);
-        else
-            unsetenv(name_.c_str());
-    }
-    EnvOverride(const EnvOverride&) = delete;
-    EnvOverride& operator=(const EnvOverride&) = delete;
-
-private:
-    std::string name_;
-    bool had_;
-    std::string old_;
-};
+using kxtest::EnvOverride;
 
 TEST(kxWin32Misc, VirtualAllocAcceptsOnlyCommitReadWrite) {
     void* p = VirtualAlloc(nullptr, 200000, MEM_COMMIT, PAGE_READWRITE);
