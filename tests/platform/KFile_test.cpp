@@ -13,8 +13,8 @@
 #include <fstream>
 #include <string>
 
-#include "base/kxEnv.h"
 #include "kxLogCapture.h"
+#include "kxPlatformFaults.h"
 #include "kxTestProcess.h"
 #include "platform/KFileNameCache.h"
 #include "platform/KFileUnix.h"
@@ -34,27 +34,6 @@ mode_t ModeOf(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 ? (st.st_mode & 0777) : 0;
 }
-
-// Fails mmap (ENOMEM) and ftruncate growing a file (ENOSPC) when asked.
-class MapFaults : public kxEnvWrapper {
-public:
-    bool failMmap = false;
-    bool failGrow = false;
-    void* Mmap(void* address, size_t length, int prot, int flags, int fd, off_t offset) override {
-        if (failMmap) {
-            errno = ENOMEM;
-            return MAP_FAILED;
-        }
-        return kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
-    }
-    int Ftruncate(int fd, off_t length) override {
-        if (failGrow) {
-            errno = ENOSPC;
-            return -1;
-        }
-        return kxEnvWrapper::Ftruncate(fd, length);
-    }
-};
 
 // Restores the process's umask when the test ends.
 struct Umask {
@@ -198,15 +177,15 @@ TEST(KFileUnixTest, MappingsGrowTheFileAndRefuseWriteCopy) {
 
     // A failing mmap, or a file that cannot grow to the size asked for (a full disk: a view past
     // its end would fault when touched), leaves nothing mapped and says so.
-    MapFaults env;
+    kxtest::PlatformFaults env;
     KFileUnix g(&env);
     ASSERT_EQ(0u, Open(g, dir / "m", OPEN_EXISTING));
     kxtest::LogCapture log;
-    env.failMmap = true;
+    env.mmapError = ENOMEM;
     EXPECT_EQ(nullptr, g.MapFile(nullptr, PAGE_READWRITE, 0, 4096, "name"));
     EXPECT_TRUE(log.Has(KX_E_FILE_MAP, "KFileUnix::MapFile: error mapping file 12."));
-    env.failMmap = false;
-    env.failGrow = true;
+    env.mmapError = 0;
+    env.growError = ENOSPC;
     EXPECT_EQ(nullptr, g.MapFile(nullptr, PAGE_READWRITE, 0, 16384, "name"));
     EXPECT_TRUE(log.Has(KX_E_FILE_MAP, "KFileUnix::MapFile: error mapping file 28."));
     EXPECT_EQ(8192u, g.GetFileSize(nullptr));

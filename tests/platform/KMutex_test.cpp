@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "kxLogCapture.h"
+#include "kxPlatformFaults.h"
 #include "kxTestProcess.h"
-#include "base/kxEnv.h"
 #include "platform/kxWin32.h"
 
 namespace {
@@ -101,23 +101,6 @@ private:
     int fds_[2];
 };
 
-// Records the address at which KMutex maps its shared block, so that a test can reach the
-// block's own pthread mutex; or fails the mapping.
-class MappingEnv : public kxEnvWrapper {
-public:
-    void* lastMapping = nullptr;
-    bool fail = false;
-    void* Mmap(void* address, size_t length, int prot, int flags, int fd, off_t offset) override {
-        if (fail) {
-            errno = ENOMEM;
-            return MAP_FAILED;
-        }
-        void* p = kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
-        if (p != MAP_FAILED) lastMapping = p;
-        return p;
-    }
-};
-
 // A shared-memory object under the name, as another process's creator would leave it: of the
 // given size, with the given signature, and with initialised pthread objects when `init`.
 KMutexShared* MakeForeignBlock(const std::string& name, off_t size, uint32_t signature, bool init) {
@@ -192,8 +175,8 @@ TEST(KMutex, FailuresAreStatusesAndCreateFailuresAreLogged) {
 
     // A failed mapping leaves neither a usable object nor the name behind.
     {
-        MappingEnv env;
-        env.fail = true;
+        kxtest::PlatformFaults env;
+        env.mmapError = ENOMEM;
         KMutex unmappable(true, &env);
         const std::string name = UniqueName();
         EXPECT_EQ(KX_E_MUTEX_CREATE, unmappable.Create(name.c_str(), true));
@@ -437,7 +420,7 @@ TEST(KMutex, OwnerKilledWithSigkillIsTakenOverByTheNextWaiter) {
 }
 
 TEST(KMutex, ProcessKilledHoldingTheBlockLockDoesNotWedgeOthers) {
-    MappingEnv env;
+    kxtest::PlatformFaults env;  // to reach the block's own pthread mutex through its mapping
     const std::string name = UniqueName();
     KMutex mutex(true, &env);
     ASSERT_EQ(KX_OK, mutex.Create(name.c_str(), false));

@@ -10,8 +10,8 @@
 #include <fstream>
 #include <string>
 
+#include "kxPlatformFaults.h"
 #include "kxTestProcess.h"
-#include "base/kxEnv.h"
 #include "platform/kxWin32.h"
 
 namespace {
@@ -123,39 +123,6 @@ TEST(kxWin32Files, CopyMakesAnExactCopyWithTheSourceModeOnlyForNewTargets) {
     EXPECT_EQ(ERROR_INVALID_PARAMETER, errno);
 }
 
-// The copy's mapping, write and read calls, failing as each case asks.
-class CopyFaults : public kxEnvWrapper {
-public:
-    bool failMmap = false;
-    bool halveFirstWrite = false;  // the first write of more than a byte moves half of it
-    bool shortWrites = false;      // every write moves one byte less than asked
-    bool failRead = false;         // read: EIO
-
-    void* Mmap(void* address, size_t length, int prot, int flags, int fd, off_t offset) override {
-        if (failMmap) {
-            errno = ENODEV;
-            return MAP_FAILED;
-        }
-        return kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
-    }
-    ssize_t Write(int fd, const void* buffer, size_t count) override {
-        if (halveFirstWrite && count > 1) {
-            halveFirstWrite = false;
-            count /= 2;
-        } else if (shortWrites) {
-            return count > 0 ? static_cast<ssize_t>(count - 1) : 0;
-        }
-        return kxEnvWrapper::Write(fd, buffer, count);
-    }
-    ssize_t Read(int fd, void* buffer, size_t count) override {
-        if (failRead) {
-            errno = EIO;
-            return -1;
-        }
-        return kxEnvWrapper::Read(fd, buffer, count);
-    }
-};
-
 TEST(kxWin32Files, CopyFallsBackToBufferedCopyWhenTheMappedCopyFails) {
     kxtest::TempDir dir;
     const std::string from = dir / "from", to = dir / "to";
@@ -163,8 +130,8 @@ TEST(kxWin32Files, CopyFallsBackToBufferedCopyWhenTheMappedCopyFails) {
         const std::string content = Pattern(size);
         WriteFile(from, content);
         {
-            CopyFaults env;
-            env.failMmap = true;
+            kxtest::PlatformFaults env;
+            env.mmapError = ENODEV;
             kxScopedEnv scope(&env);
             EXPECT_TRUE(CopyFileA(from.c_str(), to.c_str(), FALSE)) << size;
             EXPECT_EQ(content, kxtest::ReadFile(to)) << size;
@@ -172,7 +139,7 @@ TEST(kxWin32Files, CopyFallsBackToBufferedCopyWhenTheMappedCopyFails) {
         // A short write from the mapping leaves part of the target written; the buffered copy
         // must still produce an exact copy, not the source appended to a fragment.
         {
-            CopyFaults env;
+            kxtest::PlatformFaults env;
             env.halveFirstWrite = true;
             kxScopedEnv scope(&env);
             EXPECT_TRUE(CopyFileA(from.c_str(), to.c_str(), FALSE)) << size;
@@ -181,12 +148,12 @@ TEST(kxWin32Files, CopyFallsBackToBufferedCopyWhenTheMappedCopyFails) {
     }
 
     // When the buffered copy fails as well, the copy fails.
-    CopyFaults env;
+    kxtest::PlatformFaults env;
     kxScopedEnv scope(&env);
-    env.failMmap = true;
+    env.mmapError = ENODEV;
     env.shortWrites = true;
     EXPECT_FALSE(CopyFileA(from.c_str(), to.c_str(), FALSE));
-    env.failRead = true;
+    env.readError = EIO;
     EXPECT_FALSE(CopyFileA(from.c_str(), to.c_str(), FALSE));
     EXPECT_EQ(EIO, errno);
 }
