@@ -17,15 +17,13 @@ kxWatcherArgs Scan(std::vector<const char*> args) {
 
 }  // namespace
 
-TEST(WatcherArgs, DefaultsWithoutSwitches) {
-    const auto a = Scan({"/bin/prog", "-d", "7"});
-    EXPECT_EQ(a.retries, 10);
-    EXPECT_EQ(a.retryDelay, 5u);
-    EXPECT_FALSE(a.foreground);
-    EXPECT_EQ(a.programIndex, 1);
-}
+TEST(WatcherArgs, DefaultsAndValuesThatAreAlwaysTheNextArgument) {
+    const auto d = Scan({"/bin/prog", "-d", "7"});
+    EXPECT_EQ(d.retries, 10);
+    EXPECT_EQ(d.retryDelay, 5u);
+    EXPECT_FALSE(d.foreground);
+    EXPECT_EQ(d.programIndex, 1);
 
-TEST(WatcherArgs, ValuesAreAlwaysTheNextArgument) {
     const auto a = Scan({"-d5", "12", "-r", "-3", "-rabbit", "x9", "prog"});
     EXPECT_EQ(a.retryDelay, 12u);  // "-d5" carries nothing itself
     EXPECT_EQ(a.retries, 0);       // the last -r wins; "x9" is not a number
@@ -37,16 +35,15 @@ TEST(WatcherArgs, ValuesAreAlwaysTheNextArgument) {
     EXPECT_EQ(b.programIndex, 3);
 }
 
-TEST(WatcherArgs, OnlySecondCharacterCountsAndUnknownAreSkipped) {
+TEST(WatcherArgs, UnknownSwitchesAreSkippedAndTheVectorEndIsRespected) {
+    // Only the second character counts.
     const auto a = Scan({"-foo", "--", "-", "-zap", "prog", "-f"});
     EXPECT_TRUE(a.foreground);
     EXPECT_EQ(a.programIndex, 5);
-}
 
-TEST(WatcherArgs, TrailingValueSwitchNeverReadsPastTheVector) {
-    const auto a = Scan({"-f", "-r"});
-    EXPECT_EQ(a.missingValueFor, 'r');
-    EXPECT_EQ(a.programIndex, 3);
+    const auto t = Scan({"-f", "-r"});  // a trailing value switch never reads past the end
+    EXPECT_EQ(t.missingValueFor, 'r');
+    EXPECT_EQ(t.programIndex, 3);
     EXPECT_EQ(Scan({"-d"}).missingValueFor, 'd');
     EXPECT_EQ(Scan({}).programIndex, 1);
     EXPECT_EQ(Scan({"-f"}).programIndex, 2);

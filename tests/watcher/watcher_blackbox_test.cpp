@@ -61,18 +61,14 @@ TEST(WatcherBudget, ZeroBudgetEndsOnFirstWakeUpLeavingChildRunning) {
     EXPECT_TRUE(kxtest::Eventually([&] { return run.Signals().size() == 1; }));
 }
 
-TEST(WatcherRestart, CleanExitEndsSupervision) {
-    WatcherRun run;
-    run.Start({"-f", "-d", "0"}, "exit1,exit2,exit0,exit1");
-    EXPECT_TRUE(ExitedWith(run.Wait(), 0));
-    EXPECT_EQ(run.StartCount(), 3u);
-}
-
-TEST(WatcherRestart, DeathBySignalRestarts) {
-    WatcherRun run;
-    run.Start({"-f", "-d", "0"}, "sig9,sig15,exit0");
-    EXPECT_TRUE(ExitedWith(run.Wait(), 0));
-    EXPECT_EQ(run.StartCount(), 3u);
+TEST(WatcherRestart, AbnormalEndsRestartUntilACleanExit) {
+    // Non-zero exits and deaths by signal restart; the clean exit ends supervision.
+    for (const char* plan : {"exit1,exit2,exit0,exit1", "sig9,sig15,exit0,exit1"}) {
+        WatcherRun run;
+        run.Start({"-f", "-d", "0"}, plan);
+        EXPECT_TRUE(ExitedWith(run.Wait(), 0)) << plan;
+        EXPECT_EQ(run.StartCount(), 3u) << plan;
+    }
 }
 
 TEST(WatcherRestart, DelayPausesBetweenStarts) {
@@ -123,14 +119,6 @@ TEST(WatcherSignals, TerminateKillsChildAndLeavesNoZombie) {
     EXPECT_EQ(run.StartCount(), 1u);
 }
 
-TEST(WatcherSignals, ChildStartsWithNothingBlocked) {
-    WatcherRun run;
-    run.Start({"-f"}, "info");
-    ASSERT_TRUE(kxtest::Eventually([&] { return run.Ready(1); }));
-    const std::string info = kxtest::ReadFile(run.dir() / "info");
-    EXPECT_NE(info.find("blocked 0000000000000000"), std::string::npos) << info;
-}
-
 TEST(WatcherDaemon, ParentExitsAtOnceAndDaemonLeadsSessionInRoot) {
     WatcherRun run;
     run.Start({"-d", "0"}, "info");
@@ -148,11 +136,12 @@ TEST(WatcherDaemon, ParentExitsAtOnceAndDaemonLeadsSessionInRoot) {
     EXPECT_TRUE(kxtest::Eventually([&] { return IsZombieOrGone(run.Starts()[0]); }));
 }
 
-TEST(WatcherDaemon, ForegroundKeepsSessionAndDirectory) {
+TEST(WatcherDaemon, ForegroundKeepsSessionAndDirectoryAndChildStartsWithNothingBlocked) {
     WatcherRun run;
     run.Start({"-f"}, "info");
     ASSERT_TRUE(kxtest::Eventually([&] { return run.Ready(1); }));
     const std::string info = kxtest::ReadFile(run.dir() / "info");
+    EXPECT_NE(info.find("blocked 0000000000000000"), std::string::npos) << info;
     EXPECT_EQ(info.find("parent_cwd /\n"), std::string::npos) << info;
     EXPECT_NE(info.find("parent_is_session_leader 0"), std::string::npos) << info;
     EXPECT_NE(info.find("parent " + std::to_string(run.watcher())), std::string::npos);
