@@ -150,7 +150,7 @@ TEST(KBuffer, CopiesAreDeepAndCarrySizeAndBytesUsed) {
     EXPECT_FALSE(emptyCopy.AllocationFailed());
 }
 
-TEST(KBuffer, OwnershipMovesWithoutCopying) {
+TEST(KBuffer, OwnershipMovesWithoutCopyingAndTextKeepsItsTerminator) {
     KBuffer a(16);
     Fill(a, "data");
     unsigned char* block = a.GetPtr();
@@ -179,16 +179,14 @@ TEST(KBuffer, OwnershipMovesWithoutCopying) {
 
     EXPECT_EQ(c.Assign(nullptr, 0), KX_OK);  // just empties
     EXPECT_EQ(c.GetPtr(), nullptr);
-}
 
-TEST(KBuffer, AssignTextKeepsTheTerminator) {
-    KBuffer b;
-    EXPECT_EQ(b.Assign("ab"), KX_OK);
-    EXPECT_EQ(b.GetSize(), 3u);
-    EXPECT_EQ(b.GetBytesUsed(), 3u);
-    EXPECT_STREQ(reinterpret_cast<const char*>(b.GetPtr()), "ab");
-    EXPECT_EQ(b.Assign(static_cast<const char*>(nullptr)), KX_OK);
-    EXPECT_EQ(b.GetSize(), 0u);
+    // Text is copied with its terminator.
+    EXPECT_EQ(c.Assign("ab"), KX_OK);
+    EXPECT_EQ(c.GetSize(), 3u);
+    EXPECT_EQ(c.GetBytesUsed(), 3u);
+    EXPECT_STREQ(reinterpret_cast<const char*>(c.GetPtr()), "ab");
+    EXPECT_EQ(c.Assign(static_cast<const char*>(nullptr)), KX_OK);
+    EXPECT_EQ(c.GetSize(), 0u);
 }
 
 }  // namespace

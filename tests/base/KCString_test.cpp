@@ -48,9 +48,6 @@ TEST(KCString, EveryEmptyStringIsTheSentinel) {
     copy.LockBuffer();
     copy.ReleaseBuffer();
     EXPECT_EQ(copy.c_str(), nil);
-    EXPECT_EQ(kxStrUtils::_afxDataNil->refCount, -1);
-    EXPECT_EQ(kxStrUtils::_afxDataNil->dataLength, 0);
-    EXPECT_EQ(kxStrUtils::_afxDataNil->allocLength, 0);
 }
 
 TEST(KCString, ConstructorsCopyExactlyWhatTheyAreGiven) {

@@ -29,9 +29,7 @@ public:
 
     long vPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
                  va_list args) override {
-        char buf[4096];
-        vsnprintf(buf, sizeof buf, format, args);
-        return Record("vPrintfA", code, sev, flags, buf);
+        return Record("vPrintfA", code, sev, flags, Format(format, args));
     }
     long vPrintf(long code, kxLogSev sev, unsigned long flags, const wchar_t* format,
                  va_list args) override {
@@ -43,9 +41,7 @@ public:
     }
     long vBigMsgPrintf(long code, kxLogSev sev, unsigned long flags, const char* format,
                        va_list args) override {
-        char buf[4096];
-        vsnprintf(buf, sizeof buf, format, args);
-        return Record("vBigMsgPrintf", code, sev, flags, buf);
+        return Record("vBigMsgPrintf", code, sev, flags, Format(format, args));
     }
     long PrintString(const char* text, long code, kxLogSev sev, unsigned long flags) override {
         return Record("PrintString", code, sev, flags, text);
@@ -57,6 +53,11 @@ public:
     std::vector<Call> calls;
 
 private:
+    static std::string Format(const char* format, va_list args) {
+        char buf[4096];
+        vsnprintf(buf, sizeof buf, format, args);
+        return buf;
+    }
     long Record(const char* op, long code, kxLogSev sev, unsigned long flags, std::string text) {
         if (throwNext) throw std::runtime_error("sink failure");
         calls.push_back({op, code, sev, flags, std::move(text)});
@@ -102,10 +103,7 @@ protected:
         saved_ = g_pKLogSinkDefault;
         g_pKLogSinkDefault = &sink_;
     }
-    void TearDown() override {
-        g_pKLogSinkDefault = saved_;
-        kxLogInfoMessages(false);
-    }
+    void TearDown() override { g_pKLogSinkDefault = saved_; }
     RecordingSink sink_;
     KLogSink* saved_ = nullptr;
 };
@@ -149,14 +147,6 @@ TEST_F(LogFrontEnd, WritersForwardArgumentsAndReturnSinkStatus) {
     EXPECT_EQ(c[5].flags, 7u);
     EXPECT_EQ(c[6].sev, kxLogSevInfo);
     EXPECT_EQ(c[7].op, "vBigMsgPrintf");
-}
-
-TEST_F(LogFrontEnd, InfoSwitchIsProcessWide) {
-    EXPECT_FALSE(g_LogInfoMessages);
-    kxLogInfoMessages(true);
-    EXPECT_TRUE(g_LogInfoMessages);
-    kxLogInfoMessages(false);
-    EXPECT_FALSE(g_LogInfoMessages);
 }
 
 TEST_F(LogFrontEnd, ExceptionReportsUseTheirFormatsAndStatus) {

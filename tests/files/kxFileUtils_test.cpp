@@ -19,32 +19,20 @@ namespace {
 constexpr long kStatFailed = kxStatus(0xE0020107);
 using kxFileUtilsTest = kxtest::FilesTest;
 
-// The process clock stands still at this UTC time while the object lives.
-class ClockOverride : public kxEnvWrapper {
+// The process clock stands still at 2007-03-05, a Monday, 04:05:06 UTC and the given
+// milliseconds while the object lives.
+class MondayMorning : public kxEnvWrapper {
 public:
-    explicit ClockOverride(const _SYSTEMTIME& t) : m_scope(this) {
-        struct tm tm = {};
-        tm.tm_year = t.wYear - 1900;
-        tm.tm_mon = t.wMonth - 1;
-        tm.tm_mday = t.wDay;
-        tm.tm_hour = t.wHour;
-        tm.tm_min = t.wMinute;
-        tm.tm_sec = t.wSecond;
-        m_now.tv_sec = timegm(&tm);
-        m_now.tv_usec = t.wMilliseconds * 1000;
-    }
+    explicit MondayMorning(int ms) : m_now{1173067506, ms * 1000}, m_scope(this) {}
     int GetTimeOfDay(struct timeval* tv) override {
         *tv = m_now;
         return 0;
     }
 
 private:
-    struct timeval m_now = {};
+    const struct timeval m_now;
     kxScopedEnv m_scope;
 };
-
-// 2007-03-05, a Monday, 04:05:06 UTC and the given milliseconds.
-_SYSTEMTIME MondayMorning(uint16_t ms) { return {2007, 3, 1, 5, 4, 5, 6, ms}; }
 
 }  // namespace
 
@@ -138,7 +126,7 @@ TEST_F(kxFileUtilsTest, UniqueFileNameStampAndRetries) {
     char out[MAX_PATH + 1] = "untouched";
     {
         // The day of the week (1) stands between month and day, deliberately.
-        ClockOverride clock(MondayMorning(7));
+        MondayMorning clock(7);
         ASSERT_EQ(GetUniqueFileName(root_.path().c_str(), "log", out), KX_OK);
         EXPECT_EQ(std::string(out), Path("log200703105040506_007"));
         WriteText(out, "");
@@ -148,7 +136,7 @@ TEST_F(kxFileUtilsTest, UniqueFileNameStampAndRetries) {
     {
         // From 990 ms the candidates are 990..999, then the (fixed) clock is read again: with
         // those ten taken, the thirty tries run out.
-        ClockOverride clock(MondayMorning(990));
+        MondayMorning clock(990);
         for (int ms = 990; ms <= 999; ++ms) WriteText(Path("p200703105040506_" + std::to_string(ms)), "");
         strcpy(out, "untouched");
         EXPECT_EQ(GetUniqueFileName(root_.path().c_str(), "p", out), KX_E_NOT_FOUND);
