@@ -1,7 +1,7 @@
-// The lock file of a log: unrelated writers killed at random, a holder that dies half-way
-// through an append, the file-lock fallback in a read-only directory, and a process of the
-// other target beside ordinary ones. Every scenario ends with the same check: a fresh writer
-// appends at once, and the ring holds one contiguous run of whole records.
+// The lock file of a log: unrelated writers appending at once, some killed at random, a holder
+// that dies half-way through an append, the file-lock fallback in a read-only directory, and a
+// process of the other target beside ordinary ones. Every scenario ends with the same check: a
+// fresh writer appends at once, and the ring holds one contiguous run of whole records.
 #include "log/KLogLock.h"
 
 #include <fcntl.h>
@@ -14,18 +14,19 @@
 
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "kxLogTestFiles.h"
 #include "kxTestProcess.h"
 #include "log/KLogStream.h"
 #include "log/kxLogRead.h"
 
 namespace {
 
+using kxtest::Names;
 using kxtest::TempDir;
 using Clock = std::chrono::steady_clock;
 
@@ -62,17 +63,29 @@ size_t ExpectWholeRing(const std::string& path) {
     return texts;
 }
 
+std::vector<std::string> WriterArgv(const TempDir& dir, unsigned long kb, long count,
+                                    const std::string& tag,
+                                    const std::vector<std::string>& options = {}) {
+    std::vector<std::string> argv = {KX_LOG_WRITER_BIN,  "write", dir.path(), "m.log",
+                                     std::to_string(kb), std::to_string(count), tag};
+    argv.insert(argv.end(), options.begin(), options.end());
+    return argv;
+}
+
+// Waits for a writer or reader: it must exit with 0, or be one this test killed.
+void ExpectExitsCleanly(pid_t pid, bool mayBeKilled = false) {
+    auto status = kxtest::WaitFor(pid, std::chrono::seconds(240));
+    ASSERT_TRUE(status.has_value());
+    EXPECT_TRUE((WIFEXITED(*status) && WEXITSTATUS(*status) == 0) ||
+                (mayBeKilled && WIFSIGNALED(*status) && WTERMSIG(*status) == SIGKILL))
+        << *status;
+}
+
 // A writer that arrives afterwards gets the lock within a second.
 void ExpectFreshWriterAppendsAtOnce(const TempDir& dir, unsigned long kb,
                                     const std::vector<std::string>& options = {}) {
     const auto start = Clock::now();
-    std::vector<std::string> argv = {KX_LOG_WRITER_BIN,  "write", dir.path(), "m.log",
-                                     std::to_string(kb), "1",     "fresh"};
-    argv.insert(argv.end(), options.begin(), options.end());
-    pid_t pid = kxtest::Spawn(argv);
-    auto status = kxtest::WaitFor(pid, std::chrono::seconds(5));
-    ASSERT_TRUE(status.has_value());
-    EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+    ExpectExitsCleanly(kxtest::Spawn(WriterArgv(dir, kb, 1, "fresh", options)));
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
     std::vector<KLogEntry> e;
     ASSERT_EQ(KX_OK, kxLogReadFile((dir / "m.log").c_str(), e));
@@ -86,42 +99,18 @@ void RunKilledWriters(const TempDir& dir, unsigned long kb, int rounds,
     std::mt19937 rng(11);
     for (int round = 0; round < rounds; ++round) {
         std::vector<pid_t> pids;
-        for (int w = 0; w < 8; ++w) {
-            std::vector<std::string> argv = {KX_LOG_WRITER_BIN,
-                                             "write",
-                                             dir.path(),
-                                             "m.log",
-                                             std::to_string(kb),
-                                             "20000",
-                                             "r" + std::to_string(round) + "w" + std::to_string(w)};
-            argv.insert(argv.end(), options.begin(), options.end());
-            pids.push_back(kxtest::Spawn(argv));
-        }
+        for (int w = 0; w < 8; ++w)
+            pids.push_back(kxtest::Spawn(WriterArgv(
+                dir, kb, 20000, "r" + std::to_string(round) + "w" + std::to_string(w), options)));
         for (int k = 0; k < 3; ++k) {
-            struct timespec pause {
-                0, static_cast<long>(5 + rng() % 40) * 1000000L
-            };
+            struct timespec pause{0, static_cast<long>(5 + rng() % 40) * 1000000L};
             nanosleep(&pause, nullptr);
             kill(pids[rng() % pids.size()], SIGKILL);
         }
-        for (pid_t pid : pids) {
-            auto status = kxtest::WaitFor(pid, std::chrono::seconds(60));
-            ASSERT_TRUE(status.has_value());
-            EXPECT_TRUE((WIFEXITED(*status) && WEXITSTATUS(*status) == 0) ||
-                        (WIFSIGNALED(*status) && WTERMSIG(*status) == SIGKILL))
-                << *status;
-        }
+        for (pid_t pid : pids) ExpectExitsCleanly(pid, true);
         EXPECT_GT(ExpectWholeRing(dir / "m.log"), 1000u) << "round " << round;
         ExpectFreshWriterAppendsAtOnce(dir, kb, options);
     }
-}
-
-std::vector<std::string> Names(const TempDir& dir) {
-    std::vector<std::string> out;
-    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
-        out.push_back(entry.path().filename().string());
-    std::sort(out.begin(), out.end());
-    return out;
 }
 
 uint32_t FileLockFlag(const std::string& lockPath) {
@@ -138,8 +127,22 @@ TEST(KLogLockTest, KilledWritersLeaveAWholeContiguousRing) {
     EXPECT_GT(s.WrapCount(), 10) << "the ring wrapped many times";
     EXPECT_EQ(KLogLock::Mode::kMutex, s.GetLockMode());
     // Made once, by one of eight processes starting together, and nothing left lying around.
-    EXPECT_EQ((std::vector<std::string>{"m.log", "m.log.lock"}), Names(dir));
+    EXPECT_EQ((std::vector<std::string>{"m.log", "m.log.lock"}), Names(dir.path()));
     EXPECT_EQ(0u, FileLockFlag(dir / "m.log.lock"));
+}
+
+// Eight unrelated processes (started apart, so only the lock serialises them) fill a file that
+// never wraps: every record of every writer is there.
+TEST(KLogLockTest, ConcurrentWritersLoseNoRecord) {
+    TempDir dir;
+    std::vector<pid_t> pids;
+    for (int w = 0; w < 8; ++w)
+        pids.push_back(kxtest::Spawn(WriterArgv(dir, 16384, 20000, "w" + std::to_string(w))));
+    for (pid_t pid : pids) ExpectExitsCleanly(pid);
+    EXPECT_EQ(160000u, ExpectWholeRing(dir / "m.log"));
+    KLogStream s((dir / "m.log").c_str());
+    EXPECT_EQ(0, s.WrapCount());
+    EXPECT_EQ(160001, s.RecordCount()) << "the start record and every text record";
 }
 
 TEST(KLogLockTest, AppendInterruptedByADeadHolderIsUndone) {
@@ -190,7 +193,7 @@ TEST(KLogLockTest, ReadOnlyDirectoryFallsBackToTheFileLock) {
     ASSERT_EQ(0, chmod(dir.path().c_str(), 0555));
     RunKilledWriters(dir, 256, 2, options);
     chmod(dir.path().c_str(), 0700);
-    EXPECT_EQ((std::vector<std::string>{"m.log"}), Names(dir)) << "no lock file could be made";
+    EXPECT_EQ(std::vector<std::string>{"m.log"}, Names(dir.path())) << "no lock file could be made";
 }
 
 // A mutex that can never be taken again (a holder died and the next one let it go without
@@ -237,16 +240,9 @@ TEST(KLogLockTest, ViewerWithoutWriteAccessNeverBlocksWriters) {
     pid_t viewer = kxtest::Spawn({KX_LOG_WRITER_BIN, "read", path, "400", "--as-nobody"});
     std::vector<pid_t> pids;
     for (int w = 0; w < 4; ++w)
-        pids.push_back(kxtest::Spawn({KX_LOG_WRITER_BIN, "write", dir.path(), "m.log", "256",
-                                      "20000", "w" + std::to_string(w)}));
-    for (pid_t pid : pids) {
-        auto status = kxtest::WaitFor(pid, std::chrono::seconds(60));
-        ASSERT_TRUE(status.has_value());
-        EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
-    }
-    auto status = kxtest::WaitFor(viewer, std::chrono::seconds(10));
-    ASSERT_TRUE(status.has_value());
-    EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+        pids.push_back(kxtest::Spawn(WriterArgv(dir, 256, 20000, "w" + std::to_string(w))));
+    for (pid_t pid : pids) ExpectExitsCleanly(pid);
+    ExpectExitsCleanly(viewer);
     EXPECT_EQ(0u, FileLockFlag(path + ".lock")) << "the viewer switched nobody to the file lock";
     EXPECT_GT(ExpectWholeRing(path), 1000u);
 }
@@ -265,18 +261,11 @@ TEST(KLogLockTest, WriterOfTheOtherTargetMakesEveryoneTakeTheFileLock) {
         {KX_LOG_WRITER_BIN, "forever", dir.path(), "m.log", "256", "f", "--foreign-abi"});
     ASSERT_TRUE(kxtest::Eventually([&] { return FileLockFlag(lockPath) == 1; }));
     std::vector<pid_t> pids;
-    for (int w = 0; w < 5; ++w) {
-        std::vector<std::string> argv = {
-            KX_LOG_WRITER_BIN,      "write", dir.path(), "m.log", "256", "20000",
-            "w" + std::to_string(w)};
-        if (w == 0) argv.push_back("--foreign-abi");
-        pids.push_back(kxtest::Spawn(argv));
-    }
-    for (pid_t pid : pids) {
-        auto status = kxtest::WaitFor(pid, std::chrono::seconds(60));
-        ASSERT_TRUE(status.has_value());
-        EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
-    }
+    for (int w = 0; w < 5; ++w)
+        pids.push_back(kxtest::Spawn(WriterArgv(dir, 256, 20000, "w" + std::to_string(w),
+                                                w == 0 ? std::vector<std::string>{"--foreign-abi"}
+                                                       : std::vector<std::string>{})));
+    for (pid_t pid : pids) ExpectExitsCleanly(pid);
     EXPECT_EQ(1u, FileLockFlag(lockPath)) << "kept while a file-lock user is open";
     kxtest::KillAndReap(foreign);
     EXPECT_GT(ExpectWholeRing(path), 1000u);
