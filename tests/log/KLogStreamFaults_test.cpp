@@ -2,7 +2,6 @@
 // making and waiting on its named mutex, taking its lock, mapping and flushing it, a full disk,
 // and short or failing writes while it is resized. Each must end in its status, leak no
 // descriptor, and lose none of the records written before: the next writer finds them all.
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "base/kxEnv.h"
+#include "kxLogTestFiles.h"
 #include "kxTestProcess.h"
 #include "log/KLogStream.h"
 #include "log/kxLogRead.h"
@@ -22,6 +22,8 @@
 
 namespace {
 
+using kxtest::LogTexts;
+using kxtest::Names;
 using kxtest::TempDir;
 
 enum class Fault {
@@ -109,19 +111,19 @@ public:
         return kxEnvWrapper::Msync(address, length, flags);
     }
     ssize_t Write(int fd, const void* buffer, size_t count) override {
-        if (WriteFails()) return Errno(fault == Fault::kDiskFull ? ENOSPC : EIO);
-        if (fault == Fault::kShortWrites && count > 1000) count = Count(1000);
-        return kxEnvWrapper::Write(fd, buffer, count);
+        return WriteFault(count) ? -1 : kxEnvWrapper::Write(fd, buffer, count);
     }
     ssize_t Pwrite(int fd, const void* buffer, size_t count, off_t offset) override {
-        if (WriteFails()) return Errno(fault == Fault::kDiskFull ? ENOSPC : EIO);
-        if (fault == Fault::kShortWrites && count > 1000) count = Count(1000);
-        return kxEnvWrapper::Pwrite(fd, buffer, count, offset);
+        return WriteFault(count) ? -1 : kxEnvWrapper::Pwrite(fd, buffer, count, offset);
     }
 
 private:
-    bool WriteFails() {
-        return fault == Fault::kDiskFull || (fault == Fault::kWriteFails && writesAllowed-- <= 0);
+    // Write and pwrite fail, or come up short, alike.
+    bool WriteFault(size_t& count) {
+        if (fault == Fault::kDiskFull || (fault == Fault::kWriteFails && writesAllowed-- <= 0))
+            return Errno(fault == Fault::kDiskFull ? ENOSPC : EIO) < 0;
+        if (fault == Fault::kShortWrites && count > 1000) count = Count(1000);
+        return false;
     }
     int Errno(int error) {
         ++hits;
@@ -152,34 +154,7 @@ long Printf(KLogStream& s, const char* format, ...) {
     return r;
 }
 
-std::vector<std::string> Texts(const std::string& path) {
-    std::vector<KLogEntry> entries;
-    EXPECT_EQ(KX_OK, kxLogReadFile(path.c_str(), entries));
-    std::vector<std::string> out;
-    for (const KLogEntry& e : entries)
-        out.push_back(e.isText ? e.text : "<" + kxLogRecTypeName(e.info.GetType()) + ">");
-    return out;
-}
-
-std::vector<std::string> Names(const std::string& dir) {
-    std::vector<std::string> out;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* e = readdir(d))
-            if (e->d_name[0] != '.') out.push_back(e->d_name);
-        closedir(d);
-    }
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-int OpenDescriptors() {
-    int n = 0;
-    if (DIR* d = opendir("/proc/self/fd")) {
-        while (readdir(d) != nullptr) ++n;
-        closedir(d);
-    }
-    return n;
-}
+size_t OpenDescriptors() { return Names("/proc/self/fd").size(); }
 
 // When the fault is armed: while the stream is opened (at reopenKB), or while one record is
 // written or the stream is flushed.
@@ -226,7 +201,7 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
             ASSERT_TRUE(s.IsLive());
             for (int i = 0; i < 20; ++i) ASSERT_EQ(KX_OK, Printf(s, "record %d", i));
         }
-        before = Texts(path);
+        before = LogTexts(path);
         ASSERT_EQ(21u, before.size());  // STRT and twenty texts
 
         FaultEnv env;
@@ -234,7 +209,7 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
         env.mapLength = c.reopenKB * 1024;
         env.writesAllowed = c.writesAllowed;
         env.noLockFile = c.fileLockMode;
-        const int descriptors = OpenDescriptors();
+        const size_t descriptors = OpenDescriptors();
         {
             kxScopedEnv scope(&env);
             if (c.stage == Stage::kOpen) env.fault = c.fault;
@@ -260,21 +235,21 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
         // The next writer finds a valid file (finishing an interrupted resize from its scratch
         // file) and re-creates nothing; the records are all there, and nothing else is left.
         if (c.stage != Stage::kOpen) before.push_back("after");
-        if (c.endsResized) before.push_back("<RESZ>");
+        if (c.endsResized) before.push_back("<RESZ 8 16>");
         {
             KLogStream again(dir.path().c_str(), "f.log", c.endsResized ? 16 : 8, 0, true);
             ASSERT_TRUE(again.IsLive());
             EXPECT_EQ(static_cast<long>(before.size()), again.RecordCount());
             EXPECT_EQ((c.endsResized ? 16 : 8) * 1024, again.SizeInBytes());
         }
-        EXPECT_EQ(before, Texts(path));
+        EXPECT_EQ(before, LogTexts(path));
         EXPECT_EQ((std::vector<std::string>{"f.log", "f.log.lock"}), Names(dir.path()));
     }
 }
 
 TEST(KLogStreamFaultsTest, CreatingOnAFullDiskFailsAndTheNextWriterStartsAfresh) {
     TempDir dir;
-    const int descriptors = OpenDescriptors();
+    const size_t descriptors = OpenDescriptors();
     {
         FaultEnv env;
         env.fault = Fault::kDiskFull;
@@ -290,7 +265,7 @@ TEST(KLogStreamFaultsTest, CreatingOnAFullDiskFailsAndTheNextWriterStartsAfresh)
         ASSERT_TRUE(s.IsLive());
         EXPECT_EQ(KX_OK, Printf(s, "first"));
     }
-    EXPECT_EQ((std::vector<std::string>{"<STRT>", "first"}), Texts(dir / "f.log"));
+    EXPECT_EQ((std::vector<std::string>{"<STRT>", "first"}), LogTexts(dir / "f.log"));
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -15,11 +14,14 @@
 #include <string>
 #include <vector>
 
+#include "kxLogTestFiles.h"
 #include "kxTestProcess.h"
 #include "log/kxLogRead.h"
 
 namespace {
 
+using kxtest::FileSize;
+using kxtest::LogTexts;
 using kxtest::TempDir;
 using Step = KLogStream::ResizeStep;
 
@@ -29,31 +31,6 @@ constexpr Step kSteps[] = {Step::kScratchMade,     Step::kRecordsCopied,     Ste
 
 std::string Resz(unsigned long oldKB, unsigned long newKB) {
     return "<RESZ " + std::to_string(oldKB) + " " + std::to_string(newKB) + ">";
-}
-
-std::vector<std::string> Texts(const std::string& path) {
-    std::vector<KLogEntry> entries;
-    EXPECT_EQ(KX_OK, kxLogReadFile(path.c_str(), entries));
-    std::vector<std::string> out;
-    for (const KLogEntry& e : entries) {
-        if (e.isText)
-            out.push_back(e.text);
-        else if (e.info.GetType() == kxLogRecTypeResize)
-            out.push_back(Resz(e.oldKB, e.newKB));
-        else
-            out.push_back("<" + kxLogRecTypeName(e.info.GetType()) + ">");
-    }
-    return out;
-}
-
-bool Exists(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0;
-}
-
-off_t FileSize(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0 ? st.st_size : -1;
 }
 
 bool ExitedWith(int status, int code) {
@@ -92,7 +69,7 @@ TEST(KLogStreamResizeTest, ResizerKilledAtAnyStepLosesNoRecord) {
                 for (int i = 1; i <= 3000; ++i)
                     ASSERT_EQ(KX_OK, old->PrintString(("rec " + std::to_string(i)).c_str(), i,
                                                       kxLogSevProgress, 0));
-                std::vector<std::string> expected = Texts(path);
+                std::vector<std::string> expected = LogTexts(path);
 
                 g_killAt = step;
                 const pid_t resizer = fork();
@@ -117,14 +94,14 @@ TEST(KLogStreamResizeTest, ResizerKilledAtAnyStepLosesNoRecord) {
                     KLogStream s(dir.path().c_str(), "k.log", reopenKB, 0, true);
                     ASSERT_TRUE(s.IsLive()) << std::hex << s.GetOpenStatus();
                 }
-                EXPECT_FALSE(Exists(path + "_tmp")) << "the scratch is settled and removed";
+                EXPECT_EQ(-1, FileSize(path + "_tmp")) << "the scratch is settled and removed";
                 EXPECT_EQ(static_cast<off_t>(reopenKB * 1024), FileSize(path));
                 // The killed resize counts once it touched the file; the reopening resizes
                 // whatever size that left.
                 const unsigned long leftKB = untouched ? oldKB : newKB;
                 if (!untouched) expected.push_back(Resz(oldKB, newKB));
                 if (reopenKB != leftKB) expected.push_back(Resz(leftKB, reopenKB));
-                EXPECT_EQ(expected, Texts(path));
+                EXPECT_EQ(expected, LogTexts(path));
             }
         }
     }
@@ -179,7 +156,7 @@ TEST(KLogStreamResizeTest, WriterAppendingDuringAResizeLosesNothing) {
 
     std::vector<std::string> written;
     int resizes = 0;
-    for (const std::string& t : Texts(path)) {
+    for (const std::string& t : LogTexts(path)) {
         if (t.rfind("w ", 0) == 0) written.push_back(t);
         resizes += t == Resz(1024, 2048);
     }
@@ -231,7 +208,7 @@ TEST(KLogStreamResizeTest, OperationsRefusedAfterAResizeLeaveTheLockFree) {
     const auto status = kxtest::WaitFor(other, std::chrono::seconds(30));
     ASSERT_TRUE(status.has_value());
     EXPECT_TRUE(ExitedWith(*status, 0)) << "1: the append waited for the lock in vain";
-    EXPECT_EQ("after", Texts(dir / "f.log").back());
+    EXPECT_EQ("after", LogTexts(dir / "f.log").back());
     for (int fd : {resized[0], resized[1], go[0], go[1]}) close(fd);
 }
 

@@ -10,12 +10,14 @@
 #include <vector>
 
 #include "base/kxLogSink.h"
+#include "kxLogTestFiles.h"
 #include "kxTestProcess.h"
 #include "log/KLogStream.h"
 #include "log/kxLogRead.h"
 
 namespace {
 
+using kxtest::FileSize;
 using kxtest::TempDir;
 
 // Runs the helper's "probe" (one warning "probe text" through the default stream) with env.
@@ -23,11 +25,6 @@ void Probe(const std::vector<std::string>& env) {
     pid_t pid = kxtest::Spawn({KX_LOG_WRITER_BIN, "probe", "probe text"}, env);
     auto status = kxtest::WaitFor(pid, std::chrono::seconds(30));
     ASSERT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0);
-}
-
-bool Exists(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0;
 }
 
 TEST(KxLoggingTest, ConfiguredProcessLogsStartMessageAndStopIntoNewTree) {
@@ -67,14 +64,14 @@ TEST(KxLoggingTest, ConfiguredProcessLogsStartMessageAndStopIntoNewTree) {
 TEST(KxLoggingTest, WithoutSizeOrDirectoryNothingIsOpened) {
     TempDir dir;
     Probe({"KX_LOG_DIR=" + (dir / "nosize")});
-    EXPECT_TRUE(Exists(dir / "nosize")) << "the directory is made";
-    EXPECT_FALSE(Exists(dir / "nosize/Default.log")) << "but no stream without a size";
+    EXPECT_LE(0, FileSize(dir / "nosize")) << "the directory is made";
+    EXPECT_EQ(-1, FileSize(dir / "nosize/Default.log")) << "but no stream without a size";
     Probe({"KX_LOG_SIZE=64", "HOME=" + dir.path()});
-    EXPECT_FALSE(Exists(dir / "Default.log"));
+    EXPECT_EQ(-1, FileSize(dir / "Default.log"));
     // A relative directory is placed under the public data path, which is that same variable:
     // the result is still relative and nothing is opened.
     Probe({"KX_LOG_DIR=rel", "KX_LOG_SIZE=64"});
-    EXPECT_FALSE(Exists("rel"));
+    EXPECT_EQ(-1, FileSize("rel"));
 }
 
 // The default stream is the default sink exactly while it is open: StopLogging takes it away
@@ -118,7 +115,7 @@ TEST(KxLoggingTest, PathHelpers) {
     EXPECT_EQ(FILE_ATTRIBUTE_DIRECTORY, attrs);
 
     EXPECT_EQ(KX_OK, kxLogCreateDirectoryTree((dir / "x/y/z/").c_str(), nullptr));
-    EXPECT_TRUE(Exists(dir / "x/y/z"));
+    EXPECT_LE(0, FileSize(dir / "x/y/z"));
     EXPECT_EQ(KX_OK, kxLogCreateDirectoryTree((dir / "x/y").c_str(), nullptr)) << "already there";
     EXPECT_EQ(KX_OK, kxLogCreateDirectoryTree("", nullptr));
     EXPECT_EQ(KX_E_BAD_ARGUMENT, kxLogCreateDirectoryTree(nullptr, nullptr));

