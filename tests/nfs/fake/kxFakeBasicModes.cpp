@@ -9,8 +9,6 @@
 //   oddstatus     procedure 1 is accepted with an accept status no enumeration holds
 //                 (0x70000); any other gets a reply status of 7, which ends the decoding
 //   silent        calls are read and never answered
-#include <arpa/inet.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -90,20 +88,13 @@ bool Garbage(const Call&, std::vector<char>& out) {
 
 // xid, REPLY, MSG_DENIED, RPC_MISMATCH, low version: 20 bytes, the high version missing.
 bool ShortDenied(const Call& call, std::vector<char>& out) {
-    const uint32_t words[] = {htonl(call.xid), htonl(1), htonl(1), htonl(0), htonl(2)};
-    out.assign(reinterpret_cast<const char*>(words),
-               reinterpret_cast<const char*>(words) + sizeof words);
-    return true;
+    return kxfake::Words({call.xid, 1, 1, 0, 2}, out);
 }
 
 // Written as words: the values do not fit the enumerations.
 bool OddStatus(const Call& call, std::vector<char>& out) {
-    const uint32_t accepted[] = {htonl(call.xid), htonl(1), htonl(0), htonl(0), htonl(0),
-                                 htonl(0x70000)};
-    const uint32_t odd[] = {htonl(call.xid), htonl(1), htonl(7)};
-    const char* words = reinterpret_cast<const char*>(call.procedure == 1 ? accepted : odd);
-    out.assign(words, words + (call.procedure == 1 ? sizeof accepted : sizeof odd));
-    return true;
+    if (call.procedure == 1) return kxfake::Words({call.xid, 1, 0, 0, 0, 0x70000}, out);
+    return kxfake::Words({call.xid, 1, 7}, out);
 }
 
 bool Silent(const Call&, std::vector<char>&) { return false; }

@@ -13,27 +13,14 @@ namespace {
 using kxfake::Call;
 using kxfake::Proc;
 
-const char* const kExports[] = {"/", "/export", "/refused"};
-
-bool_t EncodeExports(XDR* x, void*) {
-    bool_t more = TRUE, none = FALSE;
-    for (const char* e : kExports) {
-        char* p = const_cast<char*>(e);
-        if (!xdr_bool(x, &more) || !xdr_string(x, &p, MNTPATHLEN) || !xdr_bool(x, &none))
-            return FALSE;
-    }
-    return xdr_bool(x, &none);
-}
+const std::vector<const char*> kExports = {"/", "/export", "/refused"};
 
 bool Mnt(const Call& call, std::vector<char>& out) {
-    char* path = nullptr;
-    if (!call.DecodeArgs(Proc(xdr_dirpath), &path))
-        return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    std::string handle = std::string("MNT") + path;
-    const bool refused = strcmp(path, "/refused") == 0;
-    call.FreeArgs(Proc(xdr_dirpath), &path);
-    mountres3 res;
-    memset(&res, 0, sizeof res);
+    kxfake::Args<char*> path(call, xdr_dirpath);
+    if (!path.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    std::string handle = std::string("MNT") + path.value;
+    const bool refused = strcmp(path.value, "/refused") == 0;
+    mountres3 res{};
     int flavor = AUTH_UNIX;
     if (refused) {
         res.fhs_status = MNT3ERR_ACCES;
@@ -56,7 +43,7 @@ bool MountRoot(const Call& call, std::vector<char>& out) {
     case MOUNTPROC3_MNT:
         return Mnt(call, out);
     case MOUNTPROC3_EXPORT:
-        return kxfake::AcceptWith(call, Proc(EncodeExports), nullptr, out);
+        return kxfake::AcceptWith(call, Proc(kxfake::EncodeExportNames), &kExports, out);
     default:
         return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }
@@ -65,11 +52,9 @@ bool MountRoot(const Call& call, std::vector<char>& out) {
 // The figures of the root whose handle the call carries (every FSSTAT, FSINFO and PATHCONF
 // argument is one handle); null for an unknown handle.
 const kxfake::FakeFsFigures* FiguresFor(const Call& call) {
-    nfs_fh3 fh;
-    memset(&fh, 0, sizeof fh);
-    if (!call.DecodeArgs(Proc(xdr_nfs_fh3), &fh)) return nullptr;
-    const std::string handle(fh.data.data_val, fh.data.data_len);
-    call.FreeArgs(Proc(xdr_nfs_fh3), &fh);
+    kxfake::Args<nfs_fh3> fh(call, xdr_nfs_fh3);
+    if (!fh.ok) return nullptr;
+    const std::string handle(fh.value.data.data_val, fh.value.data.data_len);
     if (handle == "MNT/") return &kxfake::kFakeRootFigures;
     if (handle == "MNT/export") return &kxfake::kFakeExportFigures;
     return nullptr;
@@ -77,8 +62,7 @@ const kxfake::FakeFsFigures* FiguresFor(const Call& call) {
 
 bool Figures(const Call& call, const kxfake::FakeFsFigures& f, std::vector<char>& out) {
     if (call.procedure == NFSPROC3_FSSTAT) {
-        fsstat3res res;
-        memset(&res, 0, sizeof res);
+        fsstat3res res{};
         fsstat3resok& ok = res.fsstat3res_u.resok;
         ok.tbytes = f.totalBytes;
         ok.fbytes = f.freeBytes;
@@ -86,8 +70,7 @@ bool Figures(const Call& call, const kxfake::FakeFsFigures& f, std::vector<char>
         return kxfake::AcceptWith(call, Proc(xdr_fsstat3res), &res, out);
     }
     if (call.procedure == NFSPROC3_FSINFO) {
-        fsinfo3res res;
-        memset(&res, 0, sizeof res);
+        fsinfo3res res{};
         fsinfo3resok& ok = res.fsinfo3res_u.resok;
         ok.rtmax = f.rtmax;
         ok.rtpref = f.rtpref;
@@ -101,8 +84,7 @@ bool Figures(const Call& call, const kxfake::FakeFsFigures& f, std::vector<char>
         ok.properties = f.properties;
         return kxfake::AcceptWith(call, Proc(xdr_fsinfo3res), &res, out);
     }
-    pathconf3res res;
-    memset(&res, 0, sizeof res);
+    pathconf3res res{};
     pathconf3resok& ok = res.pathconf3res_u.resok;
     ok.linkmax = 32000;
     ok.name_max = f.nameMax;

@@ -10,10 +10,15 @@
 //   nfsshortwrite as nfs, but WRITE takes at most 1000 bytes of each request.
 //   nfsfailat8k   as nfs, but READ and WRITE at an offset of 8192 or more fail with
 //                 NFS3ERR_ACCES.
+//   nfsstall      as nfs, but READ and WRITE at an offset of 8192 or more are taken and never
+//                 answered.
+//   nfsoverread   as nfs, but READ answers with 100 bytes more than asked for, count and data
+//                 alike, past the end of the file too; WRITE claims 100 bytes more than sent.
 //   nfsdirstale   as nfs, but every READDIRPLUS after the first batch (a cookie other than 0)
 //                 fails with NFS3ERR_STALE.
 //
 // Every answer depends on the call alone, so a request resent over UDP gets the same reply.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -21,36 +26,18 @@
 
 #include "kxFakeNfs.h"
 #include "kxFakePeer.h"
-#include "xdr/nfs3_prot.h"
 
 namespace {
 
+using kxfake::Args;
 using kxfake::Call;
+using kxfake::FakeAttributes;
+using kxfake::Present;
 using kxfake::Proc;
 
-enum class Fault { None, ShortWrite, FailAt8k, DirStale };
+enum class Fault { None, ShortWrite, FailAt8k, Stall, OverRead, DirStale };
 
 constexpr uint32_t k64MiB = 64u << 20;
-
-fattr3 Attributes(ftype3 type, uint64_t size, uint64_t fileid) {
-    fattr3 a;
-    memset(&a, 0, sizeof a);
-    a.type = type;
-    a.mode = type == NF3DIR ? 0755 : 0644;
-    a.nlink = 1;
-    a.size = a.used = size;
-    a.fsid = 77;
-    a.fileid = fileid;
-    a.atime = a.mtime = a.ctime = {1700000000, 500};
-    return a;
-}
-
-post_op_attr Present(const fattr3& a) {
-    post_op_attr p;
-    p.attributes_follow = TRUE;
-    p.post_op_attr_u.attributes = a;
-    return p;
-}
 
 char g_fileHandle[] = "FAKEFILE";
 
@@ -59,35 +46,27 @@ bool Reply(const Call& call, xdrproc_t encode, const void* results, std::vector<
 }
 
 bool GetAttr(const Call& call, std::vector<char>& out) {
-    getattr3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
-    res.getattr3res_u.resok.obj_attributes = Attributes(NF3DIR, 4096, 1);
+    getattr3res res{};
+    res.getattr3res_u.resok.obj_attributes = FakeAttributes(NF3DIR, 4096, 1);
     return Reply(call, Proc(xdr_getattr3res), &res, out);
 }
 
 bool Lookup(const Call& call, std::vector<char>& out) {
-    diropargs3 args;
-    memset(&args, 0, sizeof args);
-    if (!call.DecodeArgs(Proc(xdr_diropargs3), &args))
-        return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const bool dot = strcmp(args.name, ".") == 0;
-    call.FreeArgs(Proc(xdr_diropargs3), &args);
-    lookup3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    Args<diropargs3> args(call, xdr_diropargs3);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    lookup3res res{};
     lookup3resok& ok = res.lookup3res_u.resok;
     ok.object.data.data_len = 8;
     ok.object.data.data_val = g_fileHandle;
-    ok.obj_attributes = Present(dot ? Attributes(NF3DIR, 4096, 1)
-                                    : Attributes(NF3REG, static_cast<uint64_t>(kxfake::Count()), 2));
+    ok.obj_attributes =
+        Present(strcmp(args.value.name, ".") == 0
+                    ? FakeAttributes(NF3DIR, 4096, 1)
+                    : FakeAttributes(NF3REG, static_cast<uint64_t>(kxfake::Count()), 2));
     return Reply(call, Proc(xdr_lookup3res), &res, out);
 }
 
 bool FsStat(const Call& call, std::vector<char>& out) {
-    fsstat3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    fsstat3res res{};
     fsstat3resok& ok = res.fsstat3res_u.resok;
     ok.tbytes = 1ull << 40;
     ok.fbytes = ok.abytes = 1ull << 39;
@@ -96,9 +75,7 @@ bool FsStat(const Call& call, std::vector<char>& out) {
 }
 
 bool FsInfo(const Call& call, std::vector<char>& out) {
-    fsinfo3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    fsinfo3res res{};
     fsinfo3resok& ok = res.fsinfo3res_u.resok;
     ok.rtmax = ok.rtpref = ok.wtmax = ok.wtpref = k64MiB;
     ok.rtmult = ok.wtmult = 4096;
@@ -110,9 +87,7 @@ bool FsInfo(const Call& call, std::vector<char>& out) {
 }
 
 bool PathConf(const Call& call, std::vector<char>& out) {
-    pathconf3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    pathconf3res res{};
     pathconf3resok& ok = res.pathconf3res_u.resok;
     ok.linkmax = 32000;
     ok.name_max = 255;
@@ -121,64 +96,54 @@ bool PathConf(const Call& call, std::vector<char>& out) {
     return Reply(call, Proc(xdr_pathconf3res), &res, out);
 }
 
+// READ and WRITE share the shape of their arguments' start: handle, offset, count.
 bool Read(const Call& call, Fault fault, std::vector<char>& out) {
-    read3args args;
-    memset(&args, 0, sizeof args);
-    if (!call.DecodeArgs(Proc(xdr_read3args), &args))
-        return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    call.FreeArgs(Proc(xdr_read3args), &args);
-    read3res res;
-    memset(&res, 0, sizeof res);
-    if (fault == Fault::FailAt8k && args.offset >= 8192) {
+    Args<read3args> args(call, xdr_read3args);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const uint64_t offset = args.value.offset;
+    if (fault == Fault::Stall && offset >= 8192) return false;
+    read3res res{};
+    if (fault == Fault::FailAt8k && offset >= 8192) {
         res.status = NFS3ERR_ACCES;
         return Reply(call, Proc(xdr_read3res), &res, out);
     }
     const uint64_t size = static_cast<uint64_t>(kxfake::Count());
-    const uint64_t from = args.offset < size ? args.offset : size;
-    const uint64_t n = size - from < args.count ? size - from : args.count;
+    uint64_t n = offset < size ? std::min<uint64_t>(size - offset, args.value.count) : 0;
+    if (fault == Fault::OverRead) n += 100;
     std::vector<char> data(n);
-    for (uint64_t i = 0; i < n; ++i) data[i] = kxfake::FakeFileByte(from + i);
-    res.status = NFS3_OK;
+    for (uint64_t i = 0; i < n; ++i) data[i] = kxfake::FakeFileByte(offset + i);
     read3resok& ok = res.read3res_u.resok;
-    ok.file_attributes = Present(Attributes(NF3REG, size, 2));
+    ok.file_attributes = Present(FakeAttributes(NF3REG, size, 2));
     ok.count = static_cast<count3>(n);
-    ok.eof = from + n >= size;
+    ok.eof = offset + n >= size;
     ok.data.data_len = static_cast<u_int>(n);
     ok.data.data_val = data.data();
     return Reply(call, Proc(xdr_read3res), &res, out);
 }
 
 bool Write(const Call& call, Fault fault, std::vector<char>& out) {
-    write3args args;
-    memset(&args, 0, sizeof args);
-    if (!call.DecodeArgs(Proc(xdr_write3args), &args))
-        return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const uint64_t offset = args.offset;
-    const count3 count = args.count;
-    call.FreeArgs(Proc(xdr_write3args), &args);
-    write3res res;
-    memset(&res, 0, sizeof res);
-    if (fault == Fault::FailAt8k && offset >= 8192) {
+    Args<write3args> args(call, xdr_write3args);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const count3 count = args.value.count;
+    if (fault == Fault::Stall && args.value.offset >= 8192) return false;
+    write3res res{};
+    if (fault == Fault::FailAt8k && args.value.offset >= 8192) {
         res.status = NFS3ERR_ACCES;
         return Reply(call, Proc(xdr_write3res), &res, out);
     }
-    res.status = NFS3_OK;
     write3resok& ok = res.write3res_u.resok;
     ok.count = fault == Fault::ShortWrite && count > 1000 ? 1000 : count;
+    if (fault == Fault::OverRead) ok.count += 100;
     ok.committed = UNSTABLE;
     memcpy(ok.verf, "WRITEVRF", NFS3_WRITEVERFSIZE);
     return Reply(call, Proc(xdr_write3res), &res, out);
 }
 
 bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
-    readdirplus3args args;
-    memset(&args, 0, sizeof args);
-    if (!call.DecodeArgs(Proc(xdr_readdirplus3args), &args))
-        return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const uint64_t cookie = args.cookie;
-    call.FreeArgs(Proc(xdr_readdirplus3args), &args);
-    readdirplus3res res;
-    memset(&res, 0, sizeof res);
+    Args<readdirplus3args> args(call, xdr_readdirplus3args);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const uint64_t cookie = args.value.cookie;
+    readdirplus3res res{};
     const uint32_t total = static_cast<uint32_t>(kxfake::Count());
     // The entry after the one whose cookie came in.
     uint32_t first = 0;
@@ -192,7 +157,7 @@ bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
     if (fault == Fault::DirStale && cookie != 0) res.status = NFS3ERR_STALE;
     if (res.status != NFS3_OK) return Reply(call, Proc(xdr_readdirplus3res), &res, out);
 
-    const uint32_t end = first + kxfake::kFakeDirBatch < total ? first + kxfake::kFakeDirBatch : total;
+    const uint32_t end = std::min(first + kxfake::kFakeDirBatch, total);
     std::vector<entryplus3> entries(end - first);
     std::vector<std::string> names;
     std::vector<std::vector<char>> handles;
@@ -200,7 +165,6 @@ bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
     handles.reserve(entries.size());
     for (uint32_t i = first; i < end; ++i) {
         entryplus3& e = entries[i - first];
-        memset(&e, 0, sizeof e);
         char name[16];
         snprintf(name, sizeof name, "f%06u", i);
         names.emplace_back(name);
@@ -208,60 +172,41 @@ bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
         e.fileid = 1000 + i;
         e.name = &names.back()[0];
         e.cookie = kxfake::FakeCookie(i);
-        e.name_attributes = Present(Attributes(NF3REG, i, 1000 + i));
+        e.name_attributes = Present(FakeAttributes(NF3REG, i, 1000 + i));
         e.name_handle.handle_follows = TRUE;
         e.name_handle.post_op_fh3_u.handle.data.data_len = static_cast<u_int>(handles.back().size());
         e.name_handle.post_op_fh3_u.handle.data.data_val = handles.back().data();
         e.nextentry = i + 1 < end ? &entries[i - first + 1] : nullptr;
     }
-    res.status = NFS3_OK;
     readdirplus3resok& ok = res.readdirplus3res_u.resok;
-    ok.dir_attributes = Present(Attributes(NF3DIR, 4096, 1));
+    ok.dir_attributes = Present(FakeAttributes(NF3DIR, 4096, 1));
     memcpy(ok.cookieverf, "COOKIEVF", NFS3_COOKIEVERFSIZE);
     ok.reply.entries = entries.empty() ? nullptr : entries.data();
     ok.reply.eof = end == total;
     return Reply(call, Proc(xdr_readdirplus3res), &res, out);
 }
 
-bool Answer(const Call& call, Fault fault, std::vector<char>& out) {
+template <Fault fault>
+bool Answer(const Call& call, std::vector<char>& out) {
     switch (call.procedure) {
-    case 0:
-        return Reply(call, nullptr, nullptr, out);
-    case 1:
-        return GetAttr(call, out);
-    case 3:
-        return Lookup(call, out);
-    case 6:
-        return Read(call, fault, out);
-    case 7:
-        return Write(call, fault, out);
-    case 17:
-        return ReadDirPlus(call, fault, out);
-    case 18:
-        return FsStat(call, out);
-    case 19:
-        return FsInfo(call, out);
-    case 20:
-        return PathConf(call, out);
-    default:
-        return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+    case 0: return Reply(call, nullptr, nullptr, out);
+    case 1: return GetAttr(call, out);
+    case 3: return Lookup(call, out);
+    case 6: return Read(call, fault, out);
+    case 7: return Write(call, fault, out);
+    case 17: return ReadDirPlus(call, fault, out);
+    case 18: return FsStat(call, out);
+    case 19: return FsInfo(call, out);
+    case 20: return PathConf(call, out);
+    default: return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }
-}
-
-bool Plain(const Call& call, std::vector<char>& out) { return Answer(call, Fault::None, out); }
-bool ShortWrite(const Call& call, std::vector<char>& out) {
-    return Answer(call, Fault::ShortWrite, out);
-}
-bool FailAt8k(const Call& call, std::vector<char>& out) {
-    return Answer(call, Fault::FailAt8k, out);
-}
-bool DirStale(const Call& call, std::vector<char>& out) {
-    return Answer(call, Fault::DirStale, out);
 }
 
 }  // namespace
 
-KX_FAKE_MODE("nfs", Plain);
-KX_FAKE_MODE("nfsshortwrite", ShortWrite);
-KX_FAKE_MODE("nfsfailat8k", FailAt8k);
-KX_FAKE_MODE("nfsdirstale", DirStale);
+KX_FAKE_MODE("nfs", Answer<Fault::None>);
+KX_FAKE_MODE("nfsshortwrite", Answer<Fault::ShortWrite>);
+KX_FAKE_MODE("nfsfailat8k", Answer<Fault::FailAt8k>);
+KX_FAKE_MODE("nfsstall", Answer<Fault::Stall>);
+KX_FAKE_MODE("nfsoverread", Answer<Fault::OverRead>);
+KX_FAKE_MODE("nfsdirstale", Answer<Fault::DirStale>);

@@ -6,8 +6,6 @@
 //              procedures PROC_UNAVAIL. Versions 1 and 4 share the shape of that answer.
 //   nlm4only   as nlm for version 4; a request in any other version gets PROG_MISMATCH naming
 //              version 4 alone, as nfs-ganesha answers
-#include <arpa/inet.h>
-
 #include <cstring>
 
 #include "kxFakePeer.h"
@@ -29,8 +27,7 @@ bool_t EncodeResult(XDR* x, Result* r) { return CodeCookie(x, r) && xdr_int(x, &
 
 // Every request of procedures 1 to 5 starts with its cookie.
 bool AnswerStatus(const Call& call, std::vector<char>& out) {
-    Result r;
-    memset(&r, 0, sizeof r);
+    Result r{};
     const auto cookie = reinterpret_cast<xdrproc_t>(CodeCookie);
     if (!call.DecodeArgs(cookie, &r)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
     r.status = kxfake::Count();
@@ -45,17 +42,10 @@ bool Answer(const Call& call, std::vector<char>& out) {
     return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
 }
 
-// xid, REPLY, MSG_ACCEPTED, null verifier, PROG_MISMATCH, lowest and highest version offered.
-bool MismatchOnly4(const Call& call, std::vector<char>& out) {
-    const uint32_t words[] = {htonl(call.xid), htonl(1), htonl(0), htonl(0), htonl(0),
-                              htonl(2),        htonl(4), htonl(4)};
-    out.assign(reinterpret_cast<const char*>(words),
-               reinterpret_cast<const char*>(words) + sizeof words);
-    return true;
-}
-
+// Other versions: xid, REPLY, MSG_ACCEPTED, null verifier, PROG_MISMATCH, lowest and highest
+// version offered.
 bool Nlm4Only(const Call& call, std::vector<char>& out) {
-    if (call.version != 4) return MismatchOnly4(call, out);
+    if (call.version != 4) return kxfake::Words({call.xid, 1, 0, 0, 0, 2, 4, 4}, out);
     return Answer(call, out);
 }
 

@@ -19,36 +19,21 @@
 #include <cstring>
 #include <string>
 
+#include "kxFakeNfs.h"
 #include "kxFakePeer.h"
-#include "xdr/nfs3_prot.h"
 
 namespace {
 
+using kxfake::Args;
 using kxfake::Call;
+using kxfake::Present;
 using kxfake::Proc;
 
 bool StartsWith(const char* text, const char* prefix) {
     return text != nullptr && strncmp(text, prefix, strlen(prefix)) == 0;
 }
 
-fattr3 Attributes(ftype3 type, uint64_t fileid) {
-    fattr3 a;
-    memset(&a, 0, sizeof a);
-    a.type = type;
-    a.mode = type == NF3DIR ? 0755 : 0644;
-    a.nlink = 1;
-    a.fsid = 77;
-    a.fileid = fileid;
-    a.atime = a.mtime = a.ctime = {1700000000, 500};
-    return a;
-}
-
-post_op_attr Present(const fattr3& a) {
-    post_op_attr p;
-    p.attributes_follow = TRUE;
-    p.post_op_attr_u.attributes = a;
-    return p;
-}
+fattr3 Attributes(ftype3 type, uint64_t fileid) { return kxfake::FakeAttributes(type, 0, fileid); }
 
 nfs_fh3 Handle(std::string& storage) {
     nfs_fh3 fh;
@@ -57,28 +42,19 @@ nfs_fh3 Handle(std::string& storage) {
     return fh;
 }
 
-// Decodes the call's arguments into args, or answers GARBAGE_ARGS; release with Free.
-template <typename Args>
-bool Decode(const Call& call, bool_t (*proc)(XDR*, Args*), Args& args) {
-    memset(&args, 0, sizeof args);
-    return call.DecodeArgs(Proc(proc), &args);
-}
-
 bool Lookup(const Call& call, std::vector<char>& out) {
-    diropargs3 args;
-    if (!Decode(call, xdr_diropargs3, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const std::string name = args.name != nullptr ? args.name : "";
-    std::string handle = name == "." ? std::string(args.dir.data.data_val, args.dir.data.data_len)
+    Args<diropargs3> args(call, xdr_diropargs3);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string name = args.value.name != nullptr ? args.value.name : "";
+    const nfs_fh3& parent = args.value.dir;
+    std::string handle = name == "." ? std::string(parent.data.data_val, parent.data.data_len)
                                      : "H:" + name;
-    call.FreeArgs(Proc(xdr_diropargs3), &args);
 
-    lookup3res res;
-    memset(&res, 0, sizeof res);
+    lookup3res res{};
     if (StartsWith(name.c_str(), "missing")) {
         res.status = NFS3ERR_NOENT;
         return kxfake::AcceptWith(call, Proc(xdr_lookup3res), &res, out);
     }
-    res.status = NFS3_OK;
     lookup3resok& ok = res.lookup3res_u.resok;
     ok.object = Handle(handle);
     const bool dir = name == "." || StartsWith(name.c_str(), "d");
@@ -88,16 +64,13 @@ bool Lookup(const Call& call, std::vector<char>& out) {
 }
 
 bool GetAttr(const Call& call, std::vector<char>& out) {
-    nfs_fh3 fh;
-    if (!Decode(call, xdr_nfs_fh3, fh)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const std::string handle(fh.data.data_val, fh.data.data_len);
-    call.FreeArgs(Proc(xdr_nfs_fh3), &fh);
+    Args<nfs_fh3> fh(call, xdr_nfs_fh3);
+    if (!fh.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string handle(fh.value.data.data_val, fh.value.data.data_len);
     ftype3 type = NF3REG;
     if (handle.compare(0, 2, "S:") == 0) type = NF3LNK;
     if (handle.compare(0, 3, "H:d") == 0 || handle.compare(0, 3, "C:d") == 0) type = NF3DIR;
-    getattr3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    getattr3res res{};
     res.getattr3res_u.resok.obj_attributes = Attributes(type, 5);
     return kxfake::AcceptWith(call, Proc(xdr_getattr3res), &res, out);
 }
@@ -106,9 +79,7 @@ bool GetAttr(const Call& call, std::vector<char>& out) {
 bool Made(const Call& call, const std::string& name, const std::string& prefix, bool handle,
           bool attributes, ftype3 type, std::vector<char>& out) {
     std::string storage = prefix + name;
-    diropres3 res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    diropres3 res{};
     diropres3ok& ok = res.diropres3_u.resok;
     ok.obj.handle_follows = handle;
     if (handle) ok.obj.post_op_fh3_u.handle = Handle(storage);
@@ -117,23 +88,19 @@ bool Made(const Call& call, const std::string& name, const std::string& prefix, 
 }
 
 bool Create(const Call& call, std::vector<char>& out) {
-    create3args args;
-    if (!Decode(call, xdr_create3args, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const std::string name = args.where.name;
-    call.FreeArgs(Proc(xdr_create3args), &args);
+    Args<create3args> args(call, xdr_create3args);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string name = args.value.where.name;
     const bool full = !StartsWith(name.c_str(), "nohandle");
     return Made(call, name, "C:", full, full, NF3REG, out);
 }
 
 bool MkDir(const Call& call, std::vector<char>& out) {
-    mkdir3args args;
-    if (!Decode(call, xdr_mkdir3args, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const std::string name = args.where.name;
-    const bool sized = args.attributes.size.set_it != 0;
-    call.FreeArgs(Proc(xdr_mkdir3args), &args);
-    if (sized && name.find("strict") != std::string::npos) {
-        diropres3 res;
-        memset(&res, 0, sizeof res);
+    Args<mkdir3args> args(call, xdr_mkdir3args);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const std::string name = args.value.where.name;
+    if (args.value.attributes.size.set_it && name.find("strict") != std::string::npos) {
+        diropres3 res{};
         res.status = NFS3ERR_INVAL;
         return kxfake::AcceptWith(call, Proc(xdr_diropres3), &res, out);
     }
@@ -141,44 +108,33 @@ bool MkDir(const Call& call, std::vector<char>& out) {
 }
 
 bool SymLink(const Call& call, std::vector<char>& out) {
-    symlink3args args;
-    if (!Decode(call, xdr_symlink3args, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const std::string name = args.where.name;
-    call.FreeArgs(Proc(xdr_symlink3args), &args);
-    return Made(call, name, "S:", true, false, NF3LNK, out);
+    Args<symlink3args> args(call, xdr_symlink3args);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    return Made(call, args.value.where.name, "S:", true, false, NF3LNK, out);
 }
 
 bool SetAttr(const Call& call, std::vector<char>& out) {
-    wccstat3 res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    wccstat3 res{};
     return kxfake::AcceptWith(call, Proc(xdr_wccstat3), &res, out);
 }
 
 bool Access(const Call& call, std::vector<char>& out) {
-    access3args args;
-    if (!Decode(call, xdr_access3args, args)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    const uint32_t asked = args.access;
-    call.FreeArgs(Proc(xdr_access3args), &args);
-    access3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    Args<access3args> args(call, xdr_access3args);
+    if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    const uint32_t asked = args.value.access;
+    access3res res{};
     res.access3res_u.resok.access = asked & (ACCESS3_READ | ACCESS3_MODIFY | ACCESS3_DELETE);
     return kxfake::AcceptWith(call, Proc(xdr_access3res), &res, out);
 }
 
 bool FsStat(const Call& call, std::vector<char>& out) {
-    fsstat3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    fsstat3res res{};
     res.fsstat3res_u.resok.tbytes = 1ull << 40;
     return kxfake::AcceptWith(call, Proc(xdr_fsstat3res), &res, out);
 }
 
 bool FsInfo(const Call& call, std::vector<char>& out) {
-    fsinfo3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    fsinfo3res res{};
     fsinfo3resok& ok = res.fsinfo3res_u.resok;
     ok.rtmax = ok.wtmax = 65536;
     ok.rtpref = 32768;
@@ -191,39 +147,25 @@ bool FsInfo(const Call& call, std::vector<char>& out) {
 }
 
 bool PathConf(const Call& call, std::vector<char>& out) {
-    pathconf3res res;
-    memset(&res, 0, sizeof res);
-    res.status = NFS3_OK;
+    pathconf3res res{};
     res.pathconf3res_u.resok.name_max = 255;
     return kxfake::AcceptWith(call, Proc(xdr_pathconf3res), &res, out);
 }
 
 bool Objects(const Call& call, std::vector<char>& out) {
     switch (call.procedure) {
-    case 0:
-        return kxfake::AcceptWith(call, nullptr, nullptr, out);
-    case 1:
-        return GetAttr(call, out);
-    case 2:
-        return SetAttr(call, out);
-    case 3:
-        return Lookup(call, out);
-    case 4:
-        return Access(call, out);
-    case 8:
-        return Create(call, out);
-    case 9:
-        return MkDir(call, out);
-    case 10:
-        return SymLink(call, out);
-    case 18:
-        return FsStat(call, out);
-    case 19:
-        return FsInfo(call, out);
-    case 20:
-        return PathConf(call, out);
-    default:
-        return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+    case 0: return kxfake::AcceptWith(call, nullptr, nullptr, out);
+    case 1: return GetAttr(call, out);
+    case 2: return SetAttr(call, out);
+    case 3: return Lookup(call, out);
+    case 4: return Access(call, out);
+    case 8: return Create(call, out);
+    case 9: return MkDir(call, out);
+    case 10: return SymLink(call, out);
+    case 18: return FsStat(call, out);
+    case 19: return FsInfo(call, out);
+    case 20: return PathConf(call, out);
+    default: return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }
 }
 

@@ -4,9 +4,12 @@
 // registers itself with KX_FAKE_MODE; it answers the way a real server will not on demand.
 #pragma once
 
+#include <arpa/inet.h>
 #include <rpc/rpc.h>
 
 #include <cstdint>
+#include <cstring>
+#include <initializer_list>
 #include <vector>
 
 namespace kxfake {
@@ -48,6 +51,24 @@ xdrproc_t Proc(F f) {
     return reinterpret_cast<xdrproc_t>(f);
 }
 
+// A call's arguments decoded into `value` (zeroed first), released when this goes out of
+// scope; `ok` says whether they decoded.
+template <typename T>
+struct Args {
+    Args(const Call& c, bool_t (*decode)(XDR*, T*)) : call(c), proc(Proc(decode)) {
+        memset(&value, 0, sizeof value);
+        ok = call.DecodeArgs(proc, &value);
+    }
+    ~Args() { call.FreeArgs(proc, &value); }
+    Args(const Args&) = delete;
+    Args& operator=(const Args&) = delete;
+
+    const Call& call;
+    xdrproc_t proc;
+    T value;
+    bool ok;
+};
+
 // Answers one call by filling `out` with the whole reply message. False sends nothing (the
 // reply is dropped; the client times out or resends).
 using Mode = bool (*)(const Call& call, std::vector<char>& out);
@@ -56,6 +77,27 @@ using Mode = bool (*)(const Call& call, std::vector<char>& out);
 bool AcceptWith(const Call& call, xdrproc_t encode, const void* results, std::vector<char>& out);
 // An accepted reply with another status (PROG_UNAVAIL, PROC_UNAVAIL, GARBAGE_ARGS, ...).
 bool AcceptStatus(const Call& call, accept_stat status, std::vector<char>& out);
+
+// A reply laid out by hand, word by word (for values no enumeration of the library holds).
+inline bool Words(std::initializer_list<uint32_t> words, std::vector<char>& out) {
+    out.clear();
+    for (uint32_t w : words) {
+        const uint32_t n = htonl(w);
+        out.insert(out.end(), reinterpret_cast<const char*>(&n),
+                   reinterpret_cast<const char*>(&n) + sizeof n);
+    }
+    return true;
+}
+
+// MOUNT's EXPORT result listing `names` (a std::vector<const char*>), none with groups.
+inline bool_t EncodeExportNames(XDR* x, const std::vector<const char*>* names) {
+    bool_t more = TRUE, none = FALSE;
+    for (const char* name : *names) {
+        char* p = const_cast<char*>(name);
+        if (!xdr_bool(x, &more) || !xdr_string(x, &p, 1024) || !xdr_bool(x, &none)) return FALSE;
+    }
+    return xdr_bool(x, &none);
+}
 
 // The COUNT argument of the command line; 0 when absent.
 int Count();

@@ -43,8 +43,7 @@ bool_t EncodeNothing(XDR*, void*) { return TRUE; }
 
 bool Encode(const Call& call, accept_stat status, xdrproc_t encode, const void* results,
             std::vector<char>& out) {
-    rpc_msg reply;
-    memset(&reply, 0, sizeof reply);
+    rpc_msg reply{};
     reply.rm_xid = call.xid;
     reply.rm_direction = REPLY;
     reply.rm_reply.rp_stat = MSG_ACCEPTED;
@@ -73,8 +72,7 @@ bool Encode(const Call& call, accept_stat status, xdrproc_t encode, const void* 
 bool Parse(const char* in, size_t length, Call& call) {
     XDR x;
     xdrmem_create(&x, const_cast<char*>(in), static_cast<u_int>(length), XDR_DECODE);
-    rpc_msg msg;
-    memset(&msg, 0, sizeof msg);
+    rpc_msg msg{};
     char credBody[MAX_AUTH_BYTES], verfBody[MAX_AUTH_BYTES];
     msg.rm_call.cb_cred.oa_base = credBody;
     msg.rm_call.cb_verf.oa_base = verfBody;

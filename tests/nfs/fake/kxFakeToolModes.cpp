@@ -9,23 +9,12 @@ namespace {
 
 using kxfake::Call;
 
-const char* const kHostileNames[] = {
+const std::vector<const char*> kHostileNames = {
     "/export/red\x1b[31mtext",
     "/export/two\nlines",
     "/export/csi\xc2\x9b" "2J",
     "/export/caf\xe9",
 };
-
-bool_t EncodeHostileExports(XDR* x, void*) {
-    bool_t more = TRUE;
-    bool_t none = FALSE;
-    for (const char* name : kHostileNames) {
-        char* p = const_cast<char*>(name);
-        if (!xdr_bool(x, &more) || !xdr_string(x, &p, 1024) || !xdr_bool(x, &none))
-            return FALSE;
-    }
-    return xdr_bool(x, &none);
-}
 
 bool_t EncodeMountRefused(XDR* x, void*) {
     int status = 13;  // MNT3ERR_ACCES
@@ -41,8 +30,8 @@ bool HostileNames(const Call& call, std::vector<char>& out) {
         return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeMountRefused), nullptr,
                                   out);
     case 5:
-        return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeHostileExports),
-                                  nullptr, out);
+        return kxfake::AcceptWith(call, kxfake::Proc(kxfake::EncodeExportNames), &kHostileNames,
+                                  out);
     default:
         return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }
