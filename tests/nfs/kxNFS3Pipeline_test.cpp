@@ -30,8 +30,7 @@ std::vector<char> Reply(uint32_t xid, xdrproc_t encode, void* results) {
     std::vector<char> out(2 << 20);
     XDR x;
     xdrmem_create(&x, out.data(), static_cast<u_int>(out.size()), XDR_ENCODE);
-    rpc_msg msg;
-    memset(&msg, 0, sizeof msg);
+    rpc_msg msg{};
     msg.rm_xid = xid;
     msg.rm_direction = REPLY;
     msg.rm_reply.rp_stat = MSG_ACCEPTED;
@@ -46,8 +45,7 @@ std::vector<char> Reply(uint32_t xid, xdrproc_t encode, void* results) {
 }
 
 std::vector<char> ReadReply(uint32_t xid, const std::string& data, bool eof, bool attributes) {
-    read3res res;
-    memset(&res, 0, sizeof res);
+    read3res res{};
     res.status = NFS3_OK;
     res.read3res_u.resok.file_attributes.attributes_follow = attributes;
     res.read3res_u.resok.count = static_cast<count3>(data.size());
@@ -58,8 +56,7 @@ std::vector<char> ReadReply(uint32_t xid, const std::string& data, bool eof, boo
 }
 
 std::vector<char> WriteReply(uint32_t xid, nfsstat3 status, uint32_t count) {
-    write3res res;
-    memset(&res, 0, sizeof res);
+    write3res res{};
     res.status = status;
     if (status == NFS3_OK) {
         res.write3res_u.resok.file_wcc.before.attributes_follow = TRUE;
@@ -105,8 +102,7 @@ TEST(NFS3PipelineWire, CallsDecodeWithTheRpcLibrary) {
 
         XDR x;
         xdrmem_create(&x, call.data() + 4, static_cast<u_int>(call.size() - 4), XDR_DECODE);
-        rpc_msg msg;
-        memset(&msg, 0, sizeof msg);
+        rpc_msg msg{};
         char cred[MAX_AUTH_BYTES], verf[MAX_AUTH_BYTES];
         msg.rm_call.cb_cred.oa_base = cred;
         msg.rm_call.cb_verf.oa_base = verf;
@@ -119,8 +115,7 @@ TEST(NFS3PipelineWire, CallsDecodeWithTheRpcLibrary) {
         EXPECT_EQ(isWrite ? 7u : 6u, msg.rm_call.cb_proc);
         EXPECT_EQ(static_cast<enum_t>(AUTH_UNIX), msg.rm_call.cb_cred.oa_flavor);
         if (isWrite) {
-            write3args args;
-            memset(&args, 0, sizeof args);
+            write3args args{};
             ASSERT_TRUE(xdr_write3args(&x, &args));
             EXPECT_EQ(0x123456789ull, args.offset);
             EXPECT_EQ(count, args.count);
@@ -130,8 +125,7 @@ TEST(NFS3PipelineWire, CallsDecodeWithTheRpcLibrary) {
                       std::string(args.file.data.data_val, args.file.data.data_len));
             xdr_free(reinterpret_cast<xdrproc_t>(xdr_write3args), reinterpret_cast<char*>(&args));
         } else {
-            read3args args;
-            memset(&args, 0, sizeof args);
+            read3args args{};
             ASSERT_TRUE(xdr_read3args(&x, &args));
             EXPECT_EQ(0x123456789ull, args.offset);
             EXPECT_EQ(count, args.count);

@@ -31,8 +31,7 @@ TEST(RPCAuth, NoneAndUnixCredentials) {
     std::unique_ptr<RPCAuth> u(unixAuth);
     const opaque_auth& cred = u->Handle()->ah_cred;
     ASSERT_EQ(static_cast<int>(AUTH_UNIX), cred.oa_flavor);
-    authunix_parms parms;
-    memset(&parms, 0, sizeof parms);
+    authunix_parms parms{};
     XDR x;
     xdrmem_create(&x, cred.oa_base, cred.oa_length, XDR_DECODE);
     ASSERT_TRUE(xdr_authunix_parms(&x, &parms));

@@ -52,8 +52,7 @@ std::vector<char> ReplyBytes(const std::vector<WireEntry>& entries, bool eof,
         bool_t attrs = e.attributes;
         xdr_bool(&x, &attrs);
         if (attrs) {
-            fattr3 a;
-            memset(&a, 0, sizeof a);
+            fattr3 a{};
             a.type = NF3REG;
             a.size = e.fileid * 10;
             a.fileid = e.fileid;

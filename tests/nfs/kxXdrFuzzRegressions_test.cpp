@@ -56,8 +56,7 @@ TEST(kxXdrFuzzRegressions, MountFlavourListBeyondTheBoundAllocatesNothing) {
 // value like any other (the sanitizer build used to stop here) and translates to the default.
 TEST(kxXdrFuzzRegressions, UnlistedStatusAndFileTypeAreOrdinaryValues) {
     std::vector<char> bytes = Words({0x7FFFFFF0});
-    getattr3res res;
-    memset(&res, 0, sizeof res);
+    getattr3res res{};
     XDR x;
     xdrmem_create(&x, bytes.data(), static_cast<u_int>(bytes.size()), XDR_DECODE);
     ASSERT_TRUE(xdr_getattr3res(&x, &res));

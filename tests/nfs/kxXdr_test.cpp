@@ -63,8 +63,7 @@ TEST(Xdr, ResultsDecodeFromThePublishedLayout) {
     // fileid, atime, mtime, ctime.
     std::vector<char> bytes = Wire({0, 1, 0644, 3, 4, 5, 0, 6, 0, 7, 8, 9, 0, 10, 0, 11,
                                     12, 13, 14, 15, 16, 17});
-    getattr3res ga;
-    memset(&ga, 0, sizeof ga);
+    getattr3res ga{};
     ASSERT_TRUE(Decode(Proc(xdr_getattr3res), bytes, &ga));
     const fattr3& a = ga.getattr3res_u.resok.obj_attributes;
     EXPECT_EQ((std::vector<uint64_t>{NF3REG, 0644, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15,
@@ -77,8 +76,7 @@ TEST(Xdr, ResultsDecodeFromThePublishedLayout) {
     // FSINFO (no attributes): rtmax, rtpref, rtmult, wtmax, wtpref, wtmult, dtpref,
     // maxfilesize, time_delta, properties.
     bytes = Wire({0, 0, 21, 22, 23, 24, 25, 26, 27, 0, 28, 29, 30, 0x1B});
-    fsinfo3res fi;
-    memset(&fi, 0, sizeof fi);
+    fsinfo3res fi{};
     ASSERT_TRUE(Decode(Proc(xdr_fsinfo3res), bytes, &fi));
     const fsinfo3resok& f = fi.fsinfo3res_u.resok;
     EXPECT_EQ((std::vector<uint64_t>{21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 0x1B}),
@@ -88,8 +86,7 @@ TEST(Xdr, ResultsDecodeFromThePublishedLayout) {
 
     // FSSTAT: tbytes, fbytes, abytes, tfiles, ffiles, afiles, invarsec.
     bytes = Wire({0, 0, 1, 31, 0, 32, 0, 33, 0, 34, 0, 35, 0, 36, 37});
-    fsstat3res fs;
-    memset(&fs, 0, sizeof fs);
+    fsstat3res fs{};
     ASSERT_TRUE(Decode(Proc(xdr_fsstat3res), bytes, &fs));
     const fsstat3resok& st = fs.fsstat3res_u.resok;
     EXPECT_EQ((std::vector<uint64_t>{(1ull << 32) + 31, 32, 33, 34, 35, 36, 37}),
@@ -102,8 +99,7 @@ TEST(Xdr, ResultsDecodeFromThePublishedLayout) {
         for (bool inlineAllowed : {true, false}) {
             SCOPED_TRACE(flag);
             bytes = Wire({0, 41, 42, flag == 0, flag == 1, flag == 2, flag == 3});
-            pathconf3resok pc;
-            memset(&pc, 0, sizeof pc);
+            pathconf3resok pc{};
             ASSERT_TRUE(Decode(Proc(xdr_pathconf3resok), bytes, &pc, inlineAllowed));
             EXPECT_EQ((std::vector<uint64_t>{41, 42, flag == 0, flag == 1, flag == 2, flag == 3}),
                       (std::vector<uint64_t>{pc.linkmax, pc.name_max, pc.no_trunc != 0,
@@ -114,8 +110,7 @@ TEST(Xdr, ResultsDecodeFromThePublishedLayout) {
 
     // READ: count, eof, then the data with its own length, padded to a word.
     bytes = Wire({0, 0, 5, 1, 5, 0x61626364, 0x65000000});
-    read3res rd;
-    memset(&rd, 0, sizeof rd);
+    read3res rd{};
     ASSERT_TRUE(Decode(Proc(xdr_read3res), bytes, &rd));
     const read3resok& r = rd.read3res_u.resok;
     EXPECT_EQ(5u, r.count);
@@ -125,8 +120,7 @@ TEST(Xdr, ResultsDecodeFromThePublishedLayout) {
 
     // WRITE: no before or after attributes, count, committed, the 8-byte verifier.
     bytes = Wire({0, 0, 0, 51, FILE_SYNC, 0x56455249, 0x46594E47});
-    write3res wr;
-    memset(&wr, 0, sizeof wr);
+    write3res wr{};
     ASSERT_TRUE(Decode(Proc(xdr_write3res), bytes, &wr));
     EXPECT_EQ(51u, wr.write3res_u.resok.count);
     EXPECT_EQ(FILE_SYNC, wr.write3res_u.resok.committed);
@@ -134,15 +128,13 @@ TEST(Xdr, ResultsDecodeFromThePublishedLayout) {
 
     // A failed LOOKUP carries only the directory's optional attributes.
     bytes = Wire({NFS3ERR_NOENT, 0});
-    lookup3res lk;
-    memset(&lk, 0, sizeof lk);
+    lookup3res lk{};
     ASSERT_TRUE(Decode(Proc(xdr_lookup3res), bytes, &lk));
     EXPECT_EQ(NFS3ERR_NOENT, lk.status);
 
     // MNT: status, the handle with its length, then the list of flavours.
     bytes = Wire({0, 6, 0x48414E44, 0x4C450000, 2, AUTH_UNIX, 6});
-    mountres3 mr;
-    memset(&mr, 0, sizeof mr);
+    mountres3 mr{};
     ASSERT_TRUE(Decode(Proc(xdr_mountres3), bytes, &mr));
     const mountres3_ok& m = mr.mountres3_u.mountinfo;
     EXPECT_EQ("HANDLE", std::string(m.fhandle.fhandle3_val, m.fhandle.fhandle3_len));

@@ -3,19 +3,17 @@
 // the NFS remote handle; results are checked through the local file system under the export.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "kxNFSServerTest.h"
+#include "kxToolRun.h"
 #include "log/KLogStream.h"
 #include "nfs/KFileNFS.h"
 #include "nfs/NFSBrowse.h"
@@ -23,37 +21,16 @@
 
 namespace {
 
-const std::string kHost = "127.0.0.2";
+using kxtest::Exists;
+using kxtest::Put;
+using kxtest::RandomBytes;
 
-std::string RandomBytes(size_t n, unsigned seed) {
-    std::mt19937 gen(seed);
-    std::string s(n, '\0');
-    for (char& c : s) c = static_cast<char>(gen());
-    return s;
-}
+const std::string kHost = "127.0.0.2";
 
 uint64_t Ticks(const _FILETIME& t) { return (uint64_t{t.dwHighDateTime} << 32) | t.dwLowDateTime; }
 
 _FILETIME FileTime(uint64_t ticks) {
     return _FILETIME{static_cast<uint32_t>(ticks), static_cast<uint32_t>(ticks >> 32)};
-}
-
-// The output and exit status of a command run through the shell.
-struct Ran {
-    int status = -1;
-    std::string out;
-};
-
-Ran Shell(const std::string& command) {
-    Ran r;
-    FILE* p = popen((command + " 2>&1").c_str(), "r");
-    if (p == nullptr) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    const int w = pclose(p);
-    r.status = WIFEXITED(w) ? WEXITSTATUS(w) : -1;
-    return r;
 }
 
 class KFileNFSTest : public kxtest::NFSServerTest {
@@ -73,18 +50,11 @@ protected:
         return f.CreateFileA(name.c_str(), access, FILE_SHARE_READ, nullptr, disposition,
                              FILE_ATTRIBUTE_NORMAL, nullptr);
     }
-    static void Put(const std::string& path, const std::string& bytes) {
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
     static std::string Get(const std::string& path) { return kxtest::ReadFile(path); }
     static struct stat Stat(const std::string& path) {
         struct stat st {};
         EXPECT_EQ(0, stat(path.c_str(), &st)) << path;
         return st;
-    }
-    static bool Exists(const std::string& path) {
-        struct stat st;
-        return stat(path.c_str(), &st) == 0;
     }
     static uint64_t Position(KFileABC& f) {
         long high = 0;
@@ -533,16 +503,16 @@ TEST_F(KFileNFSTest, CopiesThroughAProgramThatOnlyUsesKFile) {
     kxtest::TempDir local;
     Put(local / "original", data);
 
-    Ran r = Shell(tool + " " + (local / "original") + " " + Remote("copy"));
-    ASSERT_EQ(0, r.status) << r.out;
+    kxtest::ToolRun r = kxtest::RunProgram(tool, {local / "original", Remote("copy")});
+    ASSERT_EQ(0, r.status) << r.err;
     EXPECT_TRUE(data == Get(Local("copy"))) << "local to server";
-    r = Shell(tool + " " + Remote("copy") + " " + (local / "back"));
-    ASSERT_EQ(0, r.status) << r.out;
+    r = kxtest::RunProgram(tool, {Remote("copy"), local / "back"});
+    ASSERT_EQ(0, r.status) << r.err;
     EXPECT_TRUE(data == Get(local / "back")) << "server to local";
 
-    r = Shell(tool + " " + Remote("missing") + " " + (local / "x"));
-    EXPECT_EQ(1, r.status) << r.out;
-    EXPECT_NE(std::string::npos, r.out.find("cannot open")) << r.out;
+    r = kxtest::RunProgram(tool, {Remote("missing"), local / "x"});
+    EXPECT_EQ(1, r.status) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("cannot open")) << r.err;
 }
 
 TEST_F(KFileNFSTest, LogViewerReadsALogFileOnTheServer) {
@@ -563,19 +533,21 @@ TEST_F(KFileNFSTest, LogViewerReadsALogFileOnTheServer) {
     }
 
     // Exactly one view's worth: the remote file prints as the local one does.
-    const std::string viewer = std::string(KX_LOGVIEW_TOOL) + " -o cat ";
-    const Ran local = Shell(viewer + logs + "/Default.log");
-    ASSERT_EQ(0, local.status) << local.out;
-    const Ran remote = Shell(viewer + kHost + ":" + logs + "/Default.log");
-    EXPECT_EQ(0, remote.status) << remote.out;
+    const auto viewer = [](const std::string& file) {
+        return kxtest::RunProgram(KX_LOGVIEW_TOOL, {"-o", "cat", file});
+    };
+    const kxtest::ToolRun local = viewer(logs + "/Default.log");
+    ASSERT_EQ(0, local.status) << local.err;
+    const kxtest::ToolRun remote = viewer(kHost + ":" + logs + "/Default.log");
+    EXPECT_EQ(0, remote.status) << remote.err;
     EXPECT_EQ(local.out, remote.out);
     EXPECT_NE(std::string::npos, remote.out.find("record 199 of Default.log"));
 
     // One kilobyte more than a view holds: readable locally, refused remotely, file untouched.
     const std::string before = Get(logs + "/Big.log");
-    EXPECT_EQ(0, Shell(viewer + logs + "/Big.log").status);
-    const Ran big = Shell(viewer + kHost + ":" + logs + "/Big.log");
-    EXPECT_EQ(2, big.status) << big.out;
+    EXPECT_EQ(0, viewer(logs + "/Big.log").status);
+    const kxtest::ToolRun big = viewer(kHost + ":" + logs + "/Big.log");
+    EXPECT_EQ(2, big.status) << big.err;
     EXPECT_TRUE(before == Get(logs + "/Big.log"));
 #endif
 }

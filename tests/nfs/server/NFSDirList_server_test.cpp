@@ -180,13 +180,12 @@ std::vector<readdirplus3args> Requests(const kxtest::FakeNFS& fake, size_t first
     std::vector<readdirplus3args> requests;
     const auto calls = fake.Calls(17);
     for (size_t i = first; i < calls.size(); ++i) {
-        readdirplus3args a;
-        memset(&a, 0, sizeof a);
-        EXPECT_TRUE(calls[i].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_readdirplus3args), &a));
-        requests.push_back(a);
+        const kxfake::Args<readdirplus3args> a(calls[i], xdr_readdirplus3args);
+        EXPECT_TRUE(a.ok);
+        requests.push_back(a.value);
         // The handle is checked right here, before it is released.
-        EXPECT_EQ(std::string("\x01\x02\x03\x04"), std::string(a.dir.data.data_val, a.dir.data.data_len));
-        calls[i].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_readdirplus3args), &a);
+        const nfs_fh3& dir = a.value.dir;
+        EXPECT_EQ("\x01\x02\x03\x04", std::string(dir.data.data_val, dir.data.data_len));
     }
     return requests;
 }

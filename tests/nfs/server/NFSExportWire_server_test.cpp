@@ -63,18 +63,14 @@ private:
 
 // The MOUNT path argument of an MNT or UMNT call.
 std::string PathArgument(const kxfake::Call& call) {
-    char* path = nullptr;
-    std::string text = "(undecodable)";
-    if (call.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_dirpath), &path)) text = path;
-    call.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_dirpath), &path);
-    return text;
+    const kxfake::Args<dirpath> path(call, xdr_dirpath);
+    return path.ok ? path.value : "(undecodable)";
 }
 
 // The AUTH_UNIX credential of a call as "machine uid gid: g1 g2 ...", or why there is none.
 std::string Credential(const kxfake::Call& call) {
     if (call.credFlavor != AUTH_UNIX) return "flavor " + std::to_string(call.credFlavor);
-    authunix_parms parms;
-    memset(&parms, 0, sizeof parms);
+    authunix_parms parms{};
     std::vector<char> body = call.cred;
     XDR x;
     xdrmem_create(&x, body.data(), static_cast<u_int>(body.size()), XDR_DECODE);
@@ -184,24 +180,15 @@ KX_FAKE_TEST(NFSExportWire, FiguresOfEachExport) {
                   kxfake::kFakeExportFigures);
 }
 
-// The counts of the READ or WRITE requests received, in arrival order.
+// The counts of the READ or WRITE requests received, in arrival order (both requests start
+// with handle, offset and count).
 std::vector<uint32_t> Counts(const std::vector<kxfake::Call>& calls, uint32_t procedure) {
     std::vector<uint32_t> counts;
     for (const kxfake::Call& c : calls) {
         if (c.procedure != procedure) continue;
-        if (procedure == NFSPROC3_READ) {
-            read3args a;
-            memset(&a, 0, sizeof a);
-            EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a));
-            counts.push_back(a.count);
-            c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a);
-        } else {
-            write3args a;
-            memset(&a, 0, sizeof a);
-            EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_write3args), &a));
-            counts.push_back(a.count);
-            c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_write3args), &a);
-        }
+        const kxfake::Args<read3args> a(c, xdr_read3args);
+        EXPECT_TRUE(a.ok);
+        counts.push_back(a.value.count);
     }
     return counts;
 }

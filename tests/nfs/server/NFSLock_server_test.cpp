@@ -201,22 +201,7 @@ std::string HandleBytes(size_t n) {
     return s;
 }
 
-// Decoded arguments of one recorded request, released at the end of the scope.
-template <typename T>
-struct Args {
-    Args(const kxfake::Call& c, bool_t (*decode)(XDR*, T*))
-        : call(c), proc(reinterpret_cast<xdrproc_t>(decode)) {
-        memset(&value, 0, sizeof value);
-        ok = call.DecodeArgs(proc, &value);
-    }
-    ~Args() { call.FreeArgs(proc, &value); }
-    Args(const Args&) = delete;
-    Args& operator=(const Args&) = delete;
-    const kxfake::Call& call;
-    xdrproc_t proc;
-    T value;
-    bool ok;
-};
+using kxfake::Args;
 
 KX_FAKE_TEST(FakeLockManager, Version1RequestsCarryTheLockDescription) {
     LockPeers peers(1, "nlm", nlm_granted);

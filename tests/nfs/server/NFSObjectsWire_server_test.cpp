@@ -26,16 +26,15 @@ enum : uint32_t { kGetAttr = 1, kSetAttr = 2, kLookup = 3, kAccess = 4, kCreate 
 std::string HandleOf(const DirEntry& e) {
     return std::string(reinterpret_cast<const char*>(e.handle), e.handleLength);
 }
+std::string HandleOf(const nfs_fh3& fh) { return std::string(fh.data.data_val, fh.data.data_len); }
 
 // The directory handle and name of every LOOKUP received.
 std::vector<std::pair<std::string, std::string>> Lookups(const kxtest::FakeNFS& fake) {
     std::vector<std::pair<std::string, std::string>> seen;
     for (const kxfake::Call& c : fake.Calls(kLookup)) {
-        diropargs3 a;
-        memset(&a, 0, sizeof a);
-        EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_diropargs3), &a));
-        seen.emplace_back(std::string(a.dir.data.data_val, a.dir.data.data_len), a.name);
-        c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_diropargs3), &a);
+        const kxfake::Args<diropargs3> a(c, xdr_diropargs3);
+        EXPECT_TRUE(a.ok);
+        seen.emplace_back(HandleOf(a.value.dir), a.value.name);
     }
     return seen;
 }
@@ -113,13 +112,12 @@ KX_FAKE_TEST(NFSObjectsWire, OpenCreatesWithModeOwnerGroupSizeAndServerTimes) {
 
     const auto creates = fake.Calls(kCreate);
     ASSERT_EQ(1u, creates.size());
-    create3args a;
-    memset(&a, 0, sizeof a);
-    ASSERT_TRUE(creates[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_create3args), &a));
-    EXPECT_EQ("H:d1", std::string(a.where.dir.data.data_val, a.where.dir.data.data_len));
-    EXPECT_STREQ("missingfile", a.where.name);
-    EXPECT_EQ(UNCHECKED, a.how.mode);
-    const sattr3& s = a.how.createhow3_u.obj_attributes;
+    const kxfake::Args<create3args> a(creates[0], xdr_create3args);
+    ASSERT_TRUE(a.ok);
+    EXPECT_EQ("H:d1", HandleOf(a.value.where.dir));
+    EXPECT_STREQ("missingfile", a.value.where.name);
+    EXPECT_EQ(UNCHECKED, a.value.how.mode);
+    const sattr3& s = a.value.how.createhow3_u.obj_attributes;
     EXPECT_TRUE(s.mode.set_it);
     EXPECT_EQ(0777u, s.mode.set_uint32_u.val);
     EXPECT_TRUE(s.uid.set_it);
@@ -130,7 +128,6 @@ KX_FAKE_TEST(NFSObjectsWire, OpenCreatesWithModeOwnerGroupSizeAndServerTimes) {
     EXPECT_EQ(0u, s.size.set_uint64_u.val);
     EXPECT_EQ(SET_TO_SERVER_TIME, s.atime.set_it);
     EXPECT_EQ(SET_TO_SERVER_TIME, s.mtime.set_it);
-    creates[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_create3args), &a);
 
     // A missing directory on the way: its LOOKUP fails, nothing is created.
     EXPECT_EQ(nullptr, browse->Open(kExport + "/missingdir/f", true, false));
@@ -163,11 +160,10 @@ KX_FAKE_TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareRepl
     EXPECT_EQ("C:f1", HandleOf(file));
     const auto creates = fake.Calls(kCreate);
     ASSERT_EQ(1u, creates.size());
-    create3args c;
-    memset(&c, 0, sizeof c);
-    ASSERT_TRUE(creates[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_create3args), &c));
-    EXPECT_EQ(UNCHECKED, c.how.mode);
-    const sattr3& s = c.how.createhow3_u.obj_attributes;
+    const kxfake::Args<create3args> c(creates[0], xdr_create3args);
+    ASSERT_TRUE(c.ok);
+    EXPECT_EQ(UNCHECKED, c.value.how.mode);
+    const sattr3& s = c.value.how.createhow3_u.obj_attributes;
     EXPECT_TRUE(s.mode.set_it && s.uid.set_it && s.gid.set_it && s.size.set_it);
     EXPECT_EQ(0640u, s.mode.set_uint32_u.val);
     EXPECT_EQ(7u, s.uid.set_uint32_u.val);
@@ -178,7 +174,6 @@ KX_FAKE_TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareRepl
     EXPECT_EQ(500u, s.atime.set_time_u.time.nseconds);
     EXPECT_EQ(SET_TO_CLIENT_TIME, s.mtime.set_it);
     EXPECT_EQ(3u, s.mtime.set_time_u.time.seconds);
-    creates[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_create3args), &c);
 
     // Every type with bit 0x02 makes a directory; MKDIR carries the size 0 as well.
     for (uint32_t type : {2u, 3u, 6u, 7u}) {
@@ -190,12 +185,10 @@ KX_FAKE_TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareRepl
     const auto mkdirs = fake.Calls(kMkDir);
     ASSERT_EQ(4u, mkdirs.size());
     for (const auto& call : mkdirs) {
-        mkdir3args m;
-        memset(&m, 0, sizeof m);
-        ASSERT_TRUE(call.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_mkdir3args), &m));
-        EXPECT_TRUE(m.attributes.size.set_it) << m.where.name;
-        EXPECT_EQ(0u, m.attributes.size.set_uint64_u.val);
-        call.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_mkdir3args), &m);
+        const kxfake::Args<mkdir3args> m(call, xdr_mkdir3args);
+        ASSERT_TRUE(m.ok);
+        EXPECT_TRUE(m.value.attributes.size.set_it) << m.value.where.name;
+        EXPECT_EQ(0u, m.value.attributes.size.set_uint64_u.val);
     }
     EXPECT_EQ(1u, fake.Calls(kCreate).size());
 
@@ -210,13 +203,11 @@ KX_FAKE_TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareRepl
     EXPECT_EQ(kDirEntryDirectory, strict.type);
     const auto retried = fake.Calls(kMkDir);
     ASSERT_EQ(6u, retried.size());
-    mkdir3args m;
-    memset(&m, 0, sizeof m);
-    ASSERT_TRUE(retried[5].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_mkdir3args), &m));
-    EXPECT_FALSE(m.attributes.size.set_it);
-    EXPECT_TRUE(m.attributes.mode.set_it);
-    EXPECT_EQ(0700u, m.attributes.mode.set_uint32_u.val);
-    retried[5].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_mkdir3args), &m);
+    const kxfake::Args<mkdir3args> m(retried[5], xdr_mkdir3args);
+    ASSERT_TRUE(m.ok);
+    EXPECT_FALSE(m.value.attributes.size.set_it);
+    EXPECT_TRUE(m.value.attributes.mode.set_it);
+    EXPECT_EQ(0700u, m.value.attributes.mode.set_uint32_u.val);
 
     // One that made the directory before refusing the size: the directory is looked up and
     // given the other attributes.
@@ -231,17 +222,16 @@ KX_FAKE_TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareRepl
     EXPECT_EQ(7u, fake.Calls(kMkDir).size());
     const auto setattrs = fake.Calls(kSetAttr);
     ASSERT_EQ(1u, setattrs.size());
-    setattr3args sa;
-    memset(&sa, 0, sizeof sa);
-    ASSERT_TRUE(setattrs[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_setattr3args), &sa));
-    EXPECT_EQ("H:dstrict", std::string(sa.object.data.data_val, sa.object.data.data_len));
-    EXPECT_FALSE(sa.new_attributes.size.set_it);
-    EXPECT_EQ(0700u, sa.new_attributes.mode.set_uint32_u.val);
-    EXPECT_EQ(5u, sa.new_attributes.uid.set_uint32_u.val);
-    EXPECT_TRUE(sa.new_attributes.gid.set_it);
-    EXPECT_EQ(SET_TO_CLIENT_TIME, sa.new_attributes.mtime.set_it);
-    EXPECT_FALSE(sa.guard.check);
-    setattrs[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_setattr3args), &sa);
+    const kxfake::Args<setattr3args> sa(setattrs[0], xdr_setattr3args);
+    ASSERT_TRUE(sa.ok);
+    const sattr3& set = sa.value.new_attributes;
+    EXPECT_EQ("H:dstrict", HandleOf(sa.value.object));
+    EXPECT_FALSE(set.size.set_it);
+    EXPECT_EQ(0700u, set.mode.set_uint32_u.val);
+    EXPECT_EQ(5u, set.uid.set_uint32_u.val);
+    EXPECT_TRUE(set.gid.set_it);
+    EXPECT_EQ(SET_TO_CLIENT_TIME, set.mtime.set_it);
+    EXPECT_FALSE(sa.value.guard.check);
 
     // A CREATE reply without handle and attributes: the object is looked up by name.
     DirEntry bare;
@@ -270,11 +260,9 @@ KX_FAKE_TEST(NFSObjectsWire, CreateObjectSendsEveryAttributeAndCompletesBareRepl
     EXPECT_EQ(uint32_t(ACCESS3_READ | ACCESS3_MODIFY | ACCESS3_DELETE), mask);
     const auto access = fake.Calls(kAccess);
     ASSERT_EQ(1u, access.size());
-    access3args a;
-    memset(&a, 0, sizeof a);
-    ASSERT_TRUE(access[0].DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_access3args), &a));
-    EXPECT_EQ(0x3Fu, a.access);
-    access[0].FreeArgs(reinterpret_cast<xdrproc_t>(xdr_access3args), &a);
+    const kxfake::Args<access3args> a(access[0], xdr_access3args);
+    ASSERT_TRUE(a.ok);
+    EXPECT_EQ(0x3Fu, a.value.access);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -16,6 +15,8 @@
 #include "base/kxWin32Types.h"
 
 using namespace kxNFSUtils;
+using kxtest::Exists;
+using kxtest::Put;
 
 namespace {
 
@@ -43,13 +44,6 @@ protected:
         struct stat st {};
         EXPECT_EQ(0, lstat(path.c_str(), &st)) << path;
         return st;
-    }
-    static bool Exists(const std::string& path) {
-        struct stat st;
-        return lstat(path.c_str(), &st) == 0;
-    }
-    static void Put(const std::string& path, const std::string& text) {
-        std::ofstream(path, std::ios::binary) << text;
     }
     // A new object's entry: the name goes in serverPath, the rest as CreateObject sends it.
     static DirEntry Describe(const std::string& path, uint32_t type, uint32_t mode) {

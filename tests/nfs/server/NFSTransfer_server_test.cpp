@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -23,17 +21,9 @@ using namespace kxNFSUtils;
 
 namespace {
 
-std::vector<char> RandomBytes(size_t n, unsigned seed) {
-    std::mt19937 gen(seed);
-    std::vector<char> v(n);
-    for (char& c : v) c = static_cast<char>(gen());
-    return v;
-}
-
-std::vector<char> LocalFile(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<char>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
-}
+using kxfake::IsFakeFile;
+using kxtest::RandomBytes;
+using kxtest::ReadFile;
 
 const char* Name(eUseProtocol p) { return p == eUseUDP ? "udp" : "tcp"; }
 
@@ -45,14 +35,12 @@ struct FragmentSwitch {
 
 class NFSTransfer : public kxtest::NFSServerTest {
 protected:
-
     // A new empty file at root + rel, made through the server.
     std::unique_ptr<DirEntry> Create(NFSBrowse& browse, const std::string& rel) {
         std::unique_ptr<DirEntry> e(browse.Open(root + rel, true, false));
         EXPECT_TRUE(e) << rel << ": 0x" << std::hex << browse.GetLastObjectError();
         return e;
     }
-
 };
 
 TEST_F(NFSTransfer, EdgeSizesRoundTripOverBothTransports) {
@@ -70,9 +58,9 @@ TEST_F(NFSTransfer, EdgeSizesRoundTripOverBothTransports) {
                 SCOPED_TRACE(rel);
                 auto file = Create(*browse, rel);
                 ASSERT_TRUE(file);
-                const std::vector<char> bytes = RandomBytes(size, static_cast<unsigned>(size));
+                const std::string bytes = RandomBytes(size, static_cast<unsigned>(size));
                 EXPECT_EQ(size, browse->Write(*file, bytes.data(), 0, size));
-                EXPECT_EQ(bytes, LocalFile(root + rel));
+                EXPECT_TRUE(bytes == ReadFile(root + rel));
                 std::vector<char> back(size + 16, '\x5a');
                 EXPECT_EQ(size, browse->Read(*file, back.data(), 0, size));
                 EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), back.begin()));
@@ -91,13 +79,13 @@ TEST_F(NFSTransfer, OffsetsWithinAndPastTheEnd) {
         const std::string rel = "/data/offsets";
         auto file = Create(*browse, rel);
         ASSERT_TRUE(file);
-        std::vector<char> bytes = RandomBytes(10000, 1);
+        std::string bytes = RandomBytes(10000, 1);
         ASSERT_EQ(10000u, browse->Write(*file, bytes.data(), 0, bytes.size()));
         // Overwriting in the middle moves exactly those bytes.
-        const std::vector<char> patch = RandomBytes(5000, 2);
+        const std::string patch = RandomBytes(5000, 2);
         EXPECT_EQ(5000u, browse->Write(*file, patch.data(), 4000, patch.size()));
         std::copy(patch.begin(), patch.end(), bytes.begin() + 4000);
-        EXPECT_EQ(bytes, LocalFile(root + rel));
+        EXPECT_TRUE(bytes == ReadFile(root + rel));
 
         // Across the end: the bytes that are there, nothing copied beyond them.
         std::vector<char> back(8192, '\x5a');
@@ -140,42 +128,16 @@ struct Chunk {
 std::vector<Chunk> Writes(const kxtest::FakeNFS& fake) {
     std::vector<Chunk> chunks;
     for (const Call& c : fake.Calls(7)) {
-        write3args a;
-        memset(&a, 0, sizeof a);
-        EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_write3args), &a));
+        const kxfake::Args<write3args> w(c, xdr_write3args);
+        EXPECT_TRUE(w.ok);
+        const write3args& a = w.value;
         chunks.push_back({a.offset, a.count,
                           std::vector<char>(a.data.data_val, a.data.data_val + a.data.data_len),
                           a.stable});
-        c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_write3args), &a);
     }
     return chunks;
 }
 
-std::vector<Chunk> Reads(const kxtest::FakeNFS& fake) {
-    std::vector<Chunk> chunks;
-    for (const Call& c : fake.Calls(6)) {
-        read3args a;
-        memset(&a, 0, sizeof a);
-        EXPECT_TRUE(c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a));
-        chunks.push_back({a.offset, a.count, {}, UNSTABLE});
-        c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a);
-    }
-    return chunks;
-}
-
-// (offset, count) of each chunk from the first'th on.
-std::vector<std::pair<uint64_t, uint32_t>> Layout(const std::vector<Chunk>& chunks,
-                                                  size_t first = 0) {
-    std::vector<std::pair<uint64_t, uint32_t>> v;
-    for (size_t i = first; i < chunks.size(); ++i) v.emplace_back(chunks[i].offset, chunks[i].count);
-    return v;
-}
-
-bool FakeFileAt(const std::vector<char>& buffer, uint64_t offset) {
-    for (size_t i = 0; i < buffer.size(); ++i)
-        if (buffer[i] != kxfake::FakeFileByte(offset + i)) return false;
-    return true;
-}
 
 constexpr uint32_t kMiB = 1u << 20;
 constexpr uint32_t kFakeFileSize = 2 * kMiB + kMiB / 2 + 3;
@@ -188,13 +150,13 @@ KX_FAKE_TEST(NFSTransferFake, ChunksOnTheWire) {
     auto tcp = fake.Browse(eUseTCP, dir);
     ASSERT_TRUE(udp && tcp);
     ASSERT_EQ(64 * kMiB, dir.readPreferred);
-    const std::vector<char> bytes = RandomBytes(kFakeFileSize, 4);
+    const std::string bytes = RandomBytes(kFakeFileSize, 4);
 
     // UDP: 4096-byte chunks whatever the entry prefers, the last one the remainder.
     EXPECT_EQ(10000u, udp->Write(dir, bytes.data(), 0, 10000));
     std::vector<Chunk> w = Writes(fake);
     using L = std::vector<std::pair<uint64_t, uint32_t>>;
-    EXPECT_EQ((L{{0, 4096}, {4096, 4096}, {8192, 1808}}), Layout(w));
+    EXPECT_EQ((L{{0, 4096}, {4096, 4096}, {8192, 1808}}), fake.Requests(7));
     for (const Chunk& c : w) {
         EXPECT_EQ(UNSTABLE, c.stable);
         EXPECT_TRUE(std::equal(c.data.begin(), c.data.end(), bytes.begin() + static_cast<long>(c.offset)));
@@ -203,31 +165,31 @@ KX_FAKE_TEST(NFSTransferFake, ChunksOnTheWire) {
 
     // TCP: the preferred 64 MiB capped at 1 MiB, both directions.
     EXPECT_EQ(kFakeFileSize, tcp->Write(dir, bytes.data(), 0, kFakeFileSize));
-    EXPECT_EQ((L{{0, kMiB}, {kMiB, kMiB}, {2 * kMiB, kMiB / 2 + 3}}), Layout(Writes(fake), 3));
+    EXPECT_EQ((L{{0, kMiB}, {kMiB, kMiB}, {2 * kMiB, kMiB / 2 + 3}}), fake.Requests(7, 3));
     std::vector<char> back(kFakeFileSize);
     EXPECT_EQ(kFakeFileSize, tcp->Read(dir, back.data(), 0, back.size()));
-    EXPECT_TRUE(FakeFileAt(back, 0));
-    EXPECT_EQ((L{{0, kMiB}, {kMiB, kMiB}, {2 * kMiB, kMiB / 2 + 3}}), Layout(Reads(fake)));
+    EXPECT_TRUE(IsFakeFile(back, 0));
+    EXPECT_EQ((L{{0, kMiB}, {kMiB, kMiB}, {2 * kMiB, kMiB / 2 + 3}}), fake.Requests(6));
 
     // A zero preferred size: UDP-sized chunks rather than a division by zero.
     DirEntry unknown = dir;
     unknown.readPreferred = unknown.writePreferred = 0;
     EXPECT_EQ(5000u, tcp->Write(unknown, bytes.data(), 100, 5000));
-    EXPECT_EQ((L{{100, 4096}, {4196, 904}}), Layout(Writes(fake), 6));
+    EXPECT_EQ((L{{100, 4096}, {4196, 904}}), fake.Requests(7, 6));
 
     {
         // Fragmentation off: one request of the whole count over TCP; UDP keeps its chunks.
         FragmentSwitch off(false);
         EXPECT_EQ(10000u, tcp->Write(dir, bytes.data(), 0, 10000));
-        EXPECT_EQ((L{{0, 10000}}), Layout(Writes(fake), 8));
+        EXPECT_EQ((L{{0, 10000}}), fake.Requests(7, 8));
         std::vector<char> part(10000);
         EXPECT_EQ(10000u, tcp->Read(dir, part.data(), 7, part.size()));
-        EXPECT_TRUE(FakeFileAt(part, 7));
-        EXPECT_EQ((L{{7, 10000}}), Layout(Reads(fake), 3));
+        EXPECT_TRUE(IsFakeFile(part, 7));
+        EXPECT_EQ((L{{7, 10000}}), fake.Requests(6, 3));
         EXPECT_EQ(10000u, udp->Write(dir, bytes.data(), 0, 10000));
-        EXPECT_EQ(3u, Writes(fake).size() - 9);
+        EXPECT_EQ(3u, fake.Calls(7).size() - 9);
         EXPECT_EQ(0u, tcp->Write(dir, bytes.data(), 0, 0));  // nothing to send
-        EXPECT_EQ(12u, Writes(fake).size());
+        EXPECT_EQ(12u, fake.Calls(7).size());
     }
     EXPECT_TRUE(fake.Calls(21).empty());  // never a COMMIT
     EXPECT_EQ(0, udp->GetLastObjectError());
@@ -240,13 +202,13 @@ KX_FAKE_TEST(NFSTransferFake, ShortWriteShiftsLaterChunks) {
     ExportInfo dir;
     auto udp = fake.Browse(eUseUDP, dir);
     ASSERT_TRUE(udp);
-    const std::vector<char> bytes = RandomBytes(10000, 5);
+    const std::string bytes = RandomBytes(10000, 5);
     // The server takes 1000 bytes of each chunk: three chunks still, each starting where the
     // last one's accepted bytes ended, the result their sum.
     EXPECT_EQ(3000u, udp->Write(dir, bytes.data(), 50, bytes.size()));
     const std::vector<Chunk> w = Writes(fake);
     using L = std::vector<std::pair<uint64_t, uint32_t>>;
-    EXPECT_EQ((L{{50, 4096}, {1050, 4096}, {2050, 1808}}), Layout(w));
+    EXPECT_EQ((L{{50, 4096}, {1050, 4096}, {2050, 1808}}), fake.Requests(7));
     for (size_t i = 0; i < w.size(); ++i)
         EXPECT_TRUE(std::equal(w[i].data.begin(), w[i].data.end(), bytes.begin() + 1000 * i)) << i;
     EXPECT_EQ(0, udp->GetLastObjectError());
@@ -259,14 +221,14 @@ KX_FAKE_TEST(NFSTransferFake, FailedChunkAndCancellation) {
     kxtest::CancelFrom cancel;
     auto udp = fake.Browse(eUseUDP, dir, &cancel);
     ASSERT_TRUE(udp);
-    const std::vector<char> bytes = RandomBytes(10000, 6);
+    const std::string bytes = RandomBytes(10000, 6);
     std::vector<char> back(10000);
     {
         // The third chunk fails: 0 for the whole transfer, whatever the first two moved.
         kxtest::LogCapture log;
         EXPECT_EQ(0u, udp->Write(dir, bytes.data(), 0, bytes.size()));
         EXPECT_EQ(KX_E_NFS_ACCESS, udp->GetLastObjectError());
-        EXPECT_EQ(3u, Writes(fake).size());
+        EXPECT_EQ(3u, fake.Calls(7).size());
         EXPECT_EQ(0u, udp->Read(dir, back.data(), 0, back.size()));
         EXPECT_EQ(KX_E_NFS_ACCESS, udp->GetLastObjectError());
         ASSERT_EQ(2u, log.Records().size());
@@ -277,11 +239,11 @@ KX_FAKE_TEST(NFSTransferFake, FailedChunkAndCancellation) {
     cancel.asked = 0;
     cancel.from = 3;
     EXPECT_EQ(8192u, udp->Write(dir, bytes.data(), 0, bytes.size()));
-    EXPECT_EQ(5u, Writes(fake).size());
+    EXPECT_EQ(5u, fake.Calls(7).size());
     cancel.asked = 0;
     EXPECT_EQ(8192u, udp->Read(dir, back.data(), 0, back.size()));
     back.resize(8192);
-    EXPECT_TRUE(FakeFileAt(back, 0));
+    EXPECT_TRUE(IsFakeFile(back, 0));
     EXPECT_EQ(KX_E_NFS_ACCESS, udp->GetLastObjectError());  // unchanged
 }
 

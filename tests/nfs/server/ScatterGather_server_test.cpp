@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <random>
 #include <set>
@@ -29,16 +28,8 @@ using namespace kxNFSUtils;
 
 namespace {
 
-std::string RandomBytes(size_t n, std::mt19937& gen) {
-    std::string s(n, '\0');
-    for (char& c : s) c = static_cast<char>(gen());
-    return s;
-}
-
-std::string LocalFile(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
-}
+using kxtest::RandomBytes;
+using kxtest::ReadFile;
 
 // Sets the process-wide switch for a scope, whatever the test does.
 class PipelineSwitch {
@@ -79,7 +70,7 @@ TEST(ScatterGather, SameBytesAsTheSequentialPath) {
     for (int i = 0; i < 12; ++i) {
         const size_t size = i == 0 ? 1 << 20 : gen() % 700000 + 1;
         const size_t offset = gen() % 1500000;
-        const std::string data = RandomBytes(size, gen);
+        const std::string data = RandomBytes(size, gen());
         SCOPED_TRACE(std::to_string(size) + " at " + std::to_string(offset));
         {
             PipelineSwitch off(false);
@@ -92,8 +83,8 @@ TEST(ScatterGather, SameBytesAsTheSequentialPath) {
         if (model.size() < offset + size) model.resize(offset + size);
         model.replace(offset, size, data);
     }
-    EXPECT_TRUE(model == LocalFile(dir + "/seq"));
-    EXPECT_TRUE(model == LocalFile(dir + "/par"));
+    EXPECT_TRUE(model == ReadFile(dir + "/seq"));
+    EXPECT_TRUE(model == ReadFile(dir + "/par"));
 
     // Reads within, across and past the end; the whole file in one call.
     std::vector<std::pair<size_t, size_t>> reads{{0, model.size()},
@@ -126,27 +117,9 @@ TEST(ScatterGather, SameBytesAsTheSequentialPath) {
 
 // ---- against the fake peer ---------------------------------------------------------------
 
-bool IsFakeFile(const std::string& bytes, uint64_t offset) {
-    for (size_t i = 0; i < bytes.size(); ++i)
-        if (bytes[i] != kxfake::FakeFileByte(offset + i)) return false;
-    return true;
-}
+using kxfake::IsFakeFile;
 
-// (offset, count) of each request of one procedure on the wire.
-std::vector<std::pair<uint64_t, uint32_t>> Requests(const kxtest::FakeNFS& fake, uint32_t proc) {
-    std::vector<std::pair<uint64_t, uint32_t>> out;
-    for (const kxfake::Call& c : fake.Calls(proc)) {
-        read3args a;  // READ and WRITE both start with handle, offset and count
-        memset(&a, 0, sizeof a);
-        if (!c.DecodeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a)) continue;
-        out.emplace_back(a.offset, a.count);
-        c.FreeArgs(reinterpret_cast<xdrproc_t>(xdr_read3args), &a);
-    }
-    return out;
-}
-
-// A browse object on the fakes without looking anything up: for NFS modes that serve only
-// READ and WRITE.
+// A browse object on the fakes without looking anything up.
 std::unique_ptr<NFSBrowse> BareBrowse() {
     NFSBrowse* b = nullptr;
     EXPECT_EQ(KX_OK, CreateNFSBrowse(b, inet_addr("127.0.0.1"), 0, {0}, nullptr, eUseTCP, "fake"));
@@ -169,8 +142,7 @@ KX_FAKE_TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
     auto browse = fake.Browse(eUseTCP, root, &cancel);
     ASSERT_TRUE(browse);
     const DirEntry file = SmallChunks(root);
-    std::mt19937 gen(3);
-    const std::string bytes = RandomBytes(40000, gen);
+    const std::string bytes = RandomBytes(40000, 3);
     std::string back(40000, '\0');
     {
         // The third chunk fails: 0 whatever the others moved, one line with the label.
@@ -202,9 +174,9 @@ KX_FAKE_TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
     EXPECT_EQ(12288u, plain->Read(file, &back[0], 0, back.size()));
     EXPECT_TRUE(IsFakeFile(back.substr(0, 12288), 0));
     cancel.asked = 0;
-    const size_t writesBefore = Requests(fake, 7).size();
+    const size_t writesBefore = fake.Calls(7).size();
     EXPECT_EQ(12288u, plain->Write(file, bytes.data(), 0, bytes.size()));
-    EXPECT_EQ(writesBefore + 3, Requests(fake, 7).size());
+    EXPECT_EQ(writesBefore + 3, fake.Calls(7).size());
     EXPECT_EQ(0, plain->GetLastObjectError()) << "cancelling is not failing";
     cancel.from = 1 << 30;
     // The connection is kept between transfers. When the server goes away meanwhile, the kept
@@ -219,9 +191,9 @@ KX_FAKE_TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
     ASSERT_TRUE(fake.Start("nfsshortwrite", 0));
     auto shortWrites = fake.Browse(eUseTCP, root);
     ASSERT_TRUE(shortWrites);
-    const size_t shortBefore = Requests(fake, 7).size();
+    const size_t shortBefore = fake.Calls(7).size();
     EXPECT_EQ(10000u, shortWrites->Write(file, bytes.data(), 50, 10000));
-    const auto shortWritten = Requests(fake, 7);
+    const auto shortWritten = fake.Requests(7);
     std::set<uint64_t> starts;
     uint64_t covered = 0;
     for (size_t i = shortBefore; i < shortWritten.size(); ++i) {
@@ -231,9 +203,8 @@ KX_FAKE_TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
     }
     EXPECT_EQ(10000u, covered);
 
-    // A server that answers with more than it was asked for (it serves only READ and WRITE):
-    // never more lands in the buffer than each request asked for, and the run ends where the
-    // server first says the file ends.
+    // A server that answers with more than it was asked for: never more lands in the buffer
+    // than each request asked for, and the run ends where the server first says the file ends.
     ASSERT_TRUE(fake.Start("nfsoverread", 10000));
     auto greedy = BareBrowse();
     ASSERT_TRUE(greedy);
@@ -250,7 +221,7 @@ KX_FAKE_TEST(ScatterGatherFake, ServerThatStopsAnsweringEndsWithinTheTimeOut) {
     PipelineSwitch on(true);
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsstall", 100000));
-    // Only READ and WRITE answer, so the file's entry is made by hand.
+    // The file's entry is made by hand: nothing but the transfer is sent.
     std::unique_ptr<NFSBrowse> browse = BareBrowse();
     ASSERT_TRUE(browse);
     DirEntry file;
@@ -274,7 +245,7 @@ KX_FAKE_TEST(ScatterGatherFake, ServerThatStopsAnsweringEndsWithinTheTimeOut) {
     std::vector<std::pair<uint64_t, uint32_t>> expected;
     for (uint32_t at = 0; at < 40000; at += 4096)
         expected.emplace_back(at, std::min(4096u, 40000 - at));
-    EXPECT_EQ(expected, Requests(fake, 6));
+    EXPECT_EQ(expected, fake.Requests(6));
 }
 
 }  // namespace

@@ -12,11 +12,13 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kxFakeRecord.h"
 #include "kxNFSSandbox.h"
 #include "nfs/NFSBrowse.h"
+#include "xdr/nfs3_prot.h"
 
 #ifdef __SANITIZE_ADDRESS__
 #include <sanitizer/lsan_interface.h>
@@ -68,6 +70,20 @@ public:
         for (kxfake::Call& c : kxfake::ReadRecord(m_record))
             if (c.procedure == procedure) calls.push_back(std::move(c));
         return calls;
+    }
+
+    // (offset, count) of each READ (6) or WRITE (7) received from the first'th on; both
+    // requests start with handle, offset and count.
+    std::vector<std::pair<uint64_t, uint32_t>> Requests(uint32_t procedure,
+                                                        size_t first = 0) const {
+        std::vector<std::pair<uint64_t, uint32_t>> out;
+        const std::vector<kxfake::Call> calls = Calls(procedure);
+        for (size_t i = first; i < calls.size(); ++i) {
+            const kxfake::Args<read3args> a(calls[i], xdr_read3args);
+            EXPECT_TRUE(a.ok);
+            out.emplace_back(a.value.offset, a.value.count);
+        }
+        return out;
     }
 
 private:

@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -56,6 +58,25 @@ protected:
 private:
     std::string m_testDir;
 };
+
+// n pseudo-random bytes, the same ones for the same seed.
+inline std::string RandomBytes(size_t n, unsigned seed) {
+    std::mt19937 gen(seed);
+    std::string s(n, '\0');
+    for (char& c : s) c = static_cast<char>(gen());
+    return s;
+}
+
+// Replaces a local file (the server's side of an export) with bytes.
+inline void Put(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// Whether a local name exists (a symbolic link is not followed).
+inline bool Exists(const std::string& path) {
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
 
 // Answers "cancelled" from the from'th question on.
 struct CancelFrom final : kxNFSUtils::CancelledIf {

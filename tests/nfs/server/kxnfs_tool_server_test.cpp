@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -30,21 +29,9 @@ ToolRun Kxnfs(const std::vector<std::string>& args, const std::string& stdinPath
     return kxtest::RunProgram(kTool, args, stdinPath);
 }
 
-std::string RandomBytes(size_t n, unsigned seed) {
-    std::mt19937 rng(seed);
-    std::string s(n, '\0');
-    for (char& c : s) c = static_cast<char>(rng());
-    return s;
-}
-
-void WriteFile(const std::string& path, const std::string& bytes) {
-    FILE* f = fopen(path.c_str(), "wb");
-    ASSERT_NE(nullptr, f) << path;
-    if (!bytes.empty()) {
-        ASSERT_EQ(1u, fwrite(bytes.data(), bytes.size(), 1, f)) << path;
-    }
-    ASSERT_EQ(0, fclose(f));
-}
+using kxtest::Exists;
+using kxtest::RandomBytes;
+using kxtest::Put;
 
 std::vector<std::string> LocalNames(const std::string& dir) {
     std::vector<std::string> names;
@@ -61,11 +48,6 @@ std::vector<std::string> LocalNames(const std::string& dir) {
 std::vector<std::string> Sorted(std::vector<std::string> v) {
     std::sort(v.begin(), v.end());
     return v;
-}
-
-bool Exists(const std::string& path) {
-    struct stat st;
-    return lstat(path.c_str(), &st) == 0;
 }
 
 class KxnfsTool : public kxtest::NFSServerTest {
@@ -148,7 +130,7 @@ TEST_F(KxnfsTool, PutAndGetMoveEveryByteOverBothTransports) {
             const std::string bytes = RandomBytes(size, seed++);
             const std::string name =
                 std::string("f") + (route.transport + 1) + std::to_string(size);
-            WriteFile(scratch / "in", bytes);
+            Put(scratch / "in", bytes);
             ToolRun r = Kxnfs({route.transport, "put", scratch / "in", Remote(dir + name)});
             ASSERT_EQ(0, r.status) << r.err;
             EXPECT_EQ("", r.err);  // no progress line off a terminal
@@ -169,7 +151,7 @@ TEST_F(KxnfsTool, PutAndGetMoveEveryByteOverBothTransports) {
     // put replaces a longer file completely, reads standard input, and goes into a directory
     // under the local name; get into a directory takes the remote name.
     const std::string dir = root + "/a/xfer/";
-    WriteFile(scratch / "short", "short");
+    Put(scratch / "short", "short");
     ASSERT_EQ(0, Kxnfs({"put", scratch / "short", Remote(dir + "fu3145733")}).status);
     EXPECT_EQ("short", kxtest::ReadFile(dir + "fu3145733"));
     ASSERT_EQ(0, Kxnfs({"put", "-", Remote(dir + "stdin")}, scratch / "short").status);
@@ -184,7 +166,7 @@ TEST_F(KxnfsTool, PutAndGetMoveEveryByteOverBothTransports) {
 TEST_F(KxnfsTool, FailedTransfersSayWhereAndLeaveNoHalfFile) {
     const std::string dir = FreshDir("failing");
     mkdir((dir + "/sub").c_str(), 0755);
-    WriteFile(scratch / "in", "x");
+    Put(scratch / "in", "x");
 
     ToolRun r = Kxnfs({"get", Remote(dir + "/missing"), scratch / "out"});
     EXPECT_EQ(1, r.status);
@@ -206,7 +188,7 @@ TEST_F(KxnfsTool, FailedTransfersSayWhereAndLeaveNoHalfFile) {
     EXPECT_NE(std::string::npos, r.err.find("no such file or directory")) << r.err;
 
     // Local failures exit with 111.
-    WriteFile(dir + "/file", "data");
+    Put(dir + "/file", "data");
     r = Kxnfs({"get", Remote(dir + "/file"), "/proc/no-such-dir/out"});
     EXPECT_EQ(111, r.status);
     EXPECT_EQ(0u, r.err.find("kxnfs: /proc/no-such-dir/out: cannot create a temporary file"))
@@ -223,12 +205,12 @@ TEST_F(KxnfsTool, ListingMatchesTheLocalDirectory) {
     for (int i = 0; i < 8; ++i) {
         char name[16];
         snprintf(name, sizeof name, "f%04d", i);
-        WriteFile(dir + "/" + name, std::string(static_cast<size_t>(i % 7), 'x'));
+        Put(dir + "/" + name, std::string(static_cast<size_t>(i % 7), 'x'));
         visible.push_back(name);
     }
     mkdir((dir + "/sub").c_str(), 0750);
     ASSERT_EQ(0, symlink("f0001", (dir + "/link").c_str()));
-    WriteFile(dir + "/.hidden", "");
+    Put(dir + "/.hidden", "");
     visible.push_back("sub");
     visible.push_back("link");
 
@@ -285,8 +267,8 @@ TEST_F(KxnfsTool, HundredThousandEntriesListInConstantMemory) {
 #endif
     const std::string small = FreshDir("small"), large = FreshDir("large");
     const std::string name = "/entry-with-a-longish-name-";
-    for (int i = 0; i < 100; ++i) WriteFile(small + name + std::to_string(i), "");
-    for (int i = 0; i < 100000; ++i) WriteFile(large + name + std::to_string(i), "");
+    for (int i = 0; i < 100; ++i) Put(small + name + std::to_string(i), "");
+    for (int i = 0; i < 100000; ++i) Put(large + name + std::to_string(i), "");
     const ToolRun few = Kxnfs({"ls", "-l", Remote(small)});
     const ToolRun many = Kxnfs({"ls", "-l", Remote(large)});
     ASSERT_EQ(0, few.status) << few.err;
@@ -299,9 +281,9 @@ TEST_F(KxnfsTool, HundredThousandEntriesListInConstantMemory) {
 TEST_F(KxnfsTool, ObjectCommandsAndTheirMainFailures) {
     const std::string dir = FreshDir("objects");
     const std::string where = "kxnfs: localhost:" + dir;
-    WriteFile(dir + "/file", "12345");
+    Put(dir + "/file", "12345");
     mkdir((dir + "/full").c_str(), 0755);
-    WriteFile(dir + "/full/inside", "");
+    Put(dir + "/full/inside", "");
 
     ToolRun r = Kxnfs({"mkdir", Remote(dir + "/made")});
     EXPECT_EQ(0, r.status) << r.err;
@@ -363,7 +345,7 @@ TEST_F(KxnfsTool, ObjectCommandsAndTheirMainFailures) {
 TEST_F(KxnfsTool, RemoteNamesAreEscaped) {
     const std::string dir = FreshDir("names");
     for (const char* name : {"red\x1b[31m", "two\nlines", "caf\xe9"})
-        WriteFile(dir + "/" + name, "");
+        Put(dir + "/" + name, "");
     ToolRun r = Kxnfs({"ls", Remote(dir)});
     ASSERT_EQ(0, r.status) << r.err;
     EXPECT_EQ((std::vector<std::string>{"caf\xe9", "red\\x1B[31m", "two\\nlines"}),
@@ -382,7 +364,7 @@ TEST_F(KxnfsTool, RemoteNamesAreEscaped) {
 // Regression: -U and -G values above 2^31 - 1 must reach the server as their 32-bit patterns.
 TEST_F(KxnfsTool, NewObjectsBelongToTheGivenIds) {
     const std::string dir = FreshDir("ids");
-    WriteFile(scratch / "in", "owned");
+    Put(scratch / "in", "owned");
     chmod((scratch / "in").c_str(), 0640);
     const mode_t mask = umask(0);
     umask(mask);
@@ -399,7 +381,7 @@ TEST_F(KxnfsTool, NewObjectsBelongToTheGivenIds) {
 TEST_F(KxnfsTool, LockIsHeldWhileTheCommandRuns) {
     const std::string dir = FreshDir("lock");
     const std::string file = dir + "/f";
-    WriteFile(file, "locked data");
+    Put(file, "locked data");
 
     ToolRun r = Kxnfs({"lock", Remote(file), "sh", "-c", "echo ran; exit 7"});
     EXPECT_EQ(7, r.status) << r.err;
