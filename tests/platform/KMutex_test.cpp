@@ -192,6 +192,33 @@ TEST(KMutex, FailuresAreStatusesAndCreateFailuresAreLogged) {
     EXPECT_TRUE(log.Records().empty());
 }
 
+// A deadline past the end of the current second carries into the seconds. The clock is read at
+// .999999 of a second, so every wait crosses one; a lost carry would put the deadline a second
+// early and end the 100 ms wait at once.
+TEST(KMutex, TimedWaitLastsItsTimeAcrossASecondBoundary) {
+    struct LateInTheSecond : kxEnvWrapper {
+        int GetTimeOfDay(struct timeval* tv) override {
+            const int rc = kxEnvWrapper::GetTimeOfDay(tv);
+            tv->tv_usec = 999999;
+            return rc;
+        }
+    } env;
+    KMutex mutex(true, &env);
+    ASSERT_EQ(KX_OK, mutex.Create());
+    ASSERT_EQ(KX_OK, mutex.Lock(0));
+    long other = 0;
+    long long waitedMs = 0;
+    std::thread([&] {
+        const auto start = std::chrono::steady_clock::now();
+        other = mutex.Lock(100);
+        waitedMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                       std::chrono::steady_clock::now() - start)
+                       .count();
+    }).join();
+    EXPECT_EQ(KX_S_WAIT_TIMEOUT, other);
+    EXPECT_GE(waitedMs, 95);
+}
+
 TEST(KMutex, NamedMutexExcludesProcessesUnderContention) {
     const std::string name = UniqueName();
     KMutex mutex;
