@@ -17,3 +17,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
             abort();                                                                    \
         }                                                                               \
     } while (0)
+
+#include <string>
+#include <vector>
+
+// Splits a command-line input: the words are separated by zero bytes, and an empty input is no
+// words at all. False (and the input not worth running) when it holds more than maxWords words.
+inline bool kxFuzzWords(const uint8_t* data, size_t size, size_t maxWords,
+                        std::vector<std::string>& words) {
+    words.assign(size == 0 ? 0 : 1, std::string());
+    for (size_t i = 0; i < size; ++i) {
+        if (data[i] != 0) {
+            words.back() += static_cast<char>(data[i]);
+        } else if (words.size() == maxWords) {
+            return false;
+        } else {
+            words.emplace_back();
+        }
+    }
+    return true;
+}

@@ -15,16 +15,8 @@
 #include "kxlogviewArgs.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::vector<std::string> words(1);
-    for (size_t i = 0; i < size; ++i) {
-        if (data[i] == 0) {
-            if (words.size() == 64) return 0;
-            words.emplace_back();
-        } else {
-            words.back() += static_cast<char>(data[i]);
-        }
-    }
-    if (size == 0) words.clear();
+    std::vector<std::string> words;
+    if (!kxFuzzWords(data, size, 64, words)) return 0;
     for (size_t i = 0; i + 1 < words.size(); ++i)
         if (words[i] == "-g" && words[i + 1].size() > 16) return 0;
     std::vector<const char*> argv{"kxlogview"};

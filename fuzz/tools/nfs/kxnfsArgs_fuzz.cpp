@@ -35,16 +35,8 @@ bool Same(const kxnfs::Arguments& a, const kxnfs::Arguments& b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::vector<std::string> words(1);
-    for (size_t i = 0; i < size; ++i) {
-        if (data[i] == 0) {
-            if (words.size() == 64) return 0;
-            words.emplace_back();
-        } else {
-            words.back() += static_cast<char>(data[i]);
-        }
-    }
-    if (size == 0) words.clear();
+    std::vector<std::string> words;
+    if (!kxFuzzWords(data, size, 64, words)) return 0;
     std::vector<const char*> argv{"kxnfs"};
     for (const std::string& w : words) argv.push_back(w.c_str());
 
