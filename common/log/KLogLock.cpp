@@ -140,7 +140,6 @@ void KLogLock::Unmap() {
     if (m_pShared != nullptr) m_pEnv->Munmap(m_pShared, KLogLockShared::kFileSize);
     m_pShared = nullptr;
     m_pJournal = nullptr;
-    m_bSharedWritable = false;
 }
 
 void KLogLock::Close() {
@@ -191,7 +190,6 @@ KLogLock::Found KLogLock::Attach(bool mayCreate) {
         return Found::kUnusable;
     }
     m_pShared = shared;
-    m_bSharedWritable = writable;
     if (!writable) return Found::kReadOnly;
     return shared->abi == ThisAbi() ? Found::kUsable : Found::kForeign;
 }

@@ -100,7 +100,6 @@ public:
     long Open(const char* logPath, bool writer, unsigned long timeoutMs, KMutex* local);
     void Close();
     Mode GetMode() const { return m_mode.load(std::memory_order_relaxed); }
-    const std::string& LockFileName() const { return m_sLockPath; }
 
     // Takes the lock, waiting at most timeoutMs for each lock it takes. Recursive: a thread that
     // holds it may take it again and must release it as often. image, when given, is the mapped
@@ -138,7 +137,6 @@ private:
     KMutex* m_pLocal = nullptr;
     int m_fdLog = -1;  // the log file, for the file locks
     KLogLockShared* m_pShared = nullptr;
-    bool m_bSharedWritable = false;
     KLogAppendJournal* m_pJournal = nullptr;
     std::string m_sLockPath;
     // Changed only by the holder of the lock: how deep it holds it, and whether it took the
