@@ -7,7 +7,6 @@
 #include <unistd.h>
 #include <utime.h>
 
-#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -29,7 +28,9 @@ std::vector<KLogEntry> ReadAll(const std::string& path) {
     return out;
 }
 
-long Printf(KLogStream& s, long code, kxLogSev sev, const char* format, ...) {
+// Narrow or wide format, as the caller's text is.
+template <typename Char>
+long Printf(KLogStream& s, long code, kxLogSev sev, const Char* format, ...) {
     va_list args;
     va_start(args, format);
     long r = s.vPrintf(code, sev, 0, format, args);
@@ -41,14 +42,6 @@ long BigPrintf(KLogStream& s, const char* format, ...) {
     va_list args;
     va_start(args, format);
     long r = s.vBigMsgPrintf(1, kxLogSevProgress, 0, format, args);
-    va_end(args);
-    return r;
-}
-
-long WidePrintf(KLogStream& s, const wchar_t* format, ...) {
-    va_list args;
-    va_start(args, format);
-    long r = s.vPrintf(1, kxLogSevProgress, 0, format, args);
     va_end(args);
     return r;
 }
@@ -74,7 +67,7 @@ TEST(KLogStreamTest, WritesRecordsAndReadsThemBackBothWays) {
         EXPECT_STREQ(path.c_str(), s.GetLogFileName());
         EXPECT_EQ(KX_OK, Printf(s, kxStatus(0xE0020101), kxLogSevError, "open %s failed (%d)", "x", 2));
         EXPECT_EQ(KX_OK, s.PrintString("plain", 7, kxLogSevWarning, 5));
-        EXPECT_EQ(KX_OK, WidePrintf(s, L"wide %ls \u00e9", L"text"));
+        EXPECT_EQ(KX_OK, Printf(s, 1, kxLogSevProgress, L"wide %ls \u00e9", L"text"));
         EXPECT_EQ(KX_OK, s.PrintString(L"w2", 0, kxLogSevProgress, 0));
         EXPECT_EQ(5, s.RecordCount());
 
@@ -126,7 +119,7 @@ TEST(KLogStreamTest, TextsAreCutToTheirBuffers) {
     EXPECT_EQ(KX_OK, Printf(s, 0, kxLogSevProgress, "%s", long2000.c_str()));
     EXPECT_EQ(KX_OK, BigPrintf(s, "%s", long2000.c_str()));
     EXPECT_EQ(KX_OK, s.PrintString(long2000.c_str(), 0, kxLogSevProgress, 0));
-    EXPECT_EQ(KX_OK, WidePrintf(s, L"%ls", wide2000.c_str()));
+    EXPECT_EQ(KX_OK, Printf(s, 1, kxLogSevProgress, L"%ls", wide2000.c_str()));
     EXPECT_EQ(KX_OK, s.PrintString(wide2000.c_str(), 0, kxLogSevProgress, 0));
 
     const bool saved = g_LogInfoMessages;
@@ -169,47 +162,27 @@ TEST(KLogStreamTest, RefusedArgumentsLeaveAStreamThatIsNotLive) {
     }
     EXPECT_EQ(KX_E_NOT_FOUND, missing.GetOpenStatus());
     EXPECT_EQ(-1, FileSize(dir / "a.log")) << "nothing was created";
-
-    // Through the front end: the default stream refuses, the message is lost.
-    KLogSink* saved = g_pKLogSinkDefault;
-    g_pKLogSinkDefault = &tooBig;
-    EXPECT_EQ(KX_E_LOG_NO_STREAM, kxLogPrintfA(0, kxLogSevWarning, "lost"));
-    g_pKLogSinkDefault = saved;
 }
 
 TEST(KLogStreamTest, DamagedOrForeignFilesAreRecreatedEmpty) {
     TempDir dir;
-    // Not a multiple of 1024; right size but garbage; a valid header of the wrong version.
-    WriteBytes(dir / "odd.log", std::vector<uint8_t>(1500, 0xA5));
-    WriteBytes(dir / "junk.log", std::vector<uint8_t>(8192, 0xA5));
-    {
-        KLogStream good(dir.path().c_str(), "v.log", 8, 0, true);
-        ASSERT_TRUE(good.IsLive());
-    }
-    std::vector<uint8_t> v = ReadBytes(dir / "v.log");
-    // The same file in the other byte order (header and start record): readable, but appends
-    // must be native.
-    std::vector<uint8_t> foreign = v;
+    const std::string path = dir / "x.log";
+    { ASSERT_TRUE(KLogStream(dir.path().c_str(), "x.log", 8, 0, true).IsLive()); }
+    const std::vector<uint8_t> valid = ReadBytes(path);
+    std::vector<uint8_t> version = valid, foreign = valid;
+    version[4] = 3;
     uint32_t* w = reinterpret_cast<uint32_t*>(foreign.data());
-    for (int i = 0; i < 17; ++i) w[i] = kxLogSwap32(w[i]);
-    v[4] = 3;
-    WriteBytes(dir / "v.log", v);
-    WriteBytes(dir / "foreign.log", foreign);
-    {
-        KLogStream r((dir / "foreign.log").c_str());
-        ASSERT_TRUE(r.IsLive()) << "a foreign file reads";
-        EXPECT_TRUE(r.IsOppositeEndian());
-        EXPECT_EQ(1u, ReadAll(dir / "foreign.log").size());
-    }
-
-    for (const char* name : {"odd.log", "junk.log", "v.log", "foreign.log"}) {
-        KLogStream s(dir.path().c_str(), name, 8, 0, true);
-        ASSERT_TRUE(s.IsLive()) << name;
-        EXPECT_EQ(8192, FileSize(dir / name)) << name;
+    for (int i = 0; i < 17; ++i) w[i] = kxLogSwap32(w[i]);  // header and start record
+    // Not a multiple of 1024; the right size but garbage; a header of another version; the same
+    // file in the other byte order, which reads (see the viewer's tests) but is never appended to.
+    for (const std::vector<uint8_t>& bytes :
+         {std::vector<uint8_t>(1500, 0xA5), std::vector<uint8_t>(8192, 0xA5), version, foreign}) {
+        WriteBytes(path, bytes);
+        KLogStream s(dir.path().c_str(), "x.log", 8, 0, true);
+        ASSERT_TRUE(s.IsLive()) << bytes.size();
         EXPECT_FALSE(s.IsOppositeEndian());
-        std::vector<KLogEntry> e = ReadAll(dir / name);
-        ASSERT_EQ(1u, e.size()) << name;
-        EXPECT_EQ(kxLogRecTypeStart, e[0].info.GetType()) << name;
+        EXPECT_EQ(8192, FileSize(path));
+        EXPECT_EQ(std::vector<std::string>{"<STRT>"}, LogTexts(path));
     }
     // Without the start record a new file holds nothing.
     KLogStream bare(dir.path().c_str(), "bare.log", 1, 0, false);
@@ -221,66 +194,35 @@ TEST(KLogStreamTest, DamagedOrForeignFilesAreRecreatedEmpty) {
 TEST(KLogStreamTest, ResizeKeepsTheNewestRecordsWithTheirStamps) {
     TempDir dir;
     const std::string path = dir / "r.log";
+    auto reopen = [&](unsigned long kb) {
+        KLogStream s(dir.path().c_str(), "r.log", kb, 0, true);
+        EXPECT_TRUE(s.IsLive()) << std::hex << s.GetOpenStatus();
+        return s.IsLive();
+    };
     {
         KLogStream s(dir.path().c_str(), "r.log", 8, 0, true);
-        ASSERT_TRUE(s.IsLive());
         for (uint32_t i = 1; i <= 60; ++i) {
             const std::string text = std::string(8, '\0') + "rec " + std::to_string(i);
-            const _FILETIME stamp{1000u + i, 0x01D00000u};
-            ASSERT_EQ(KX_OK, s.WriteRec(text.data(), text.size(), stamp, 100 + i, 200 + i,
-                                        kxLogRecTypeStringA, i));
+            ASSERT_EQ(KX_OK, s.WriteRec(text.data(), text.size(), _FILETIME{1000u + i, 0x01D00000u},
+                                        100 + i, 200 + i, kxLogRecTypeStringA, i));
         }
     }
-    std::vector<KLogEntry> before = ReadAll(path);
-    ASSERT_EQ(61u, before.size());
+    const std::vector<KLogEntry> before = ReadAll(path);
+    ASSERT_TRUE(reopen(16));
+    const std::vector<KLogEntry> grown = ReadAll(path);
+    ASSERT_EQ(before.size() + 1, grown.size());
+    for (size_t i = 0; i < before.size(); ++i)  // number, stamp, process, thread, type, flags
+        EXPECT_EQ(0, memcmp(&before[i].info, &grown[i].info, sizeof(KLogRecInfo))) << i;
 
-    {
-        KLogStream s(dir.path().c_str(), "r.log", 16, 0, true);
-        ASSERT_TRUE(s.IsLive()) << std::hex << s.GetOpenStatus();
-    }
-    std::vector<KLogEntry> grown = ReadAll(path);
-    ASSERT_EQ(62u, grown.size());
-    for (size_t i = 0; i < 61; ++i) {
-        EXPECT_EQ(i + 1, grown[i].info.GetRecNum());
-        EXPECT_EQ(before[i].info.GetTimeStamp().dwLowDateTime, grown[i].info.GetTimeStamp().dwLowDateTime);
-        EXPECT_EQ(before[i].info.GetProcessId(), grown[i].info.GetProcessId());
-        EXPECT_EQ(before[i].info.GetThreadId(), grown[i].info.GetThreadId());
-        EXPECT_EQ(before[i].info.GetFlags(), grown[i].info.GetFlags());
-    }
-    EXPECT_EQ(kxLogRecTypeResize, grown.back().info.GetType());
-
-    // Shrinking keeps the newest that fit, oldest first, renumbered from 1.
-    {
-        KLogStream s(dir.path().c_str(), "r.log", 1, 0, true);
-        ASSERT_TRUE(s.IsLive());
-    }
-    std::vector<KLogEntry> shrunk = ReadAll(path);
-    ASSERT_GE(shrunk.size(), 10u);
-    EXPECT_EQ(kxLogRecTypeResize, shrunk.back().info.GetType());
-    EXPECT_EQ(kxLogRecTypeResize, shrunk[shrunk.size() - 2].info.GetType()) << "the earlier RESZ is kept";
-    EXPECT_EQ("rec 60", shrunk[shrunk.size() - 3].text);
+    // Shrinking keeps the newest that fit, the earlier resize among them, numbers running on.
+    ASSERT_TRUE(reopen(1));
+    const std::vector<std::string> texts = LogTexts(path);
+    ASSERT_GE(texts.size(), 10u);
+    EXPECT_EQ((std::vector<std::string>{"rec 60", "<RESZ 8 16>", "<RESZ 16 1>"}),
+              std::vector<std::string>(texts.end() - 3, texts.end()));
+    const std::vector<KLogEntry> shrunk = ReadAll(path);
     for (size_t i = 1; i < shrunk.size(); ++i)
         EXPECT_EQ(shrunk[i - 1].info.GetRecNum() + 1, shrunk[i].info.GetRecNum());
-}
-
-TEST(KLogStreamTest, LockHeldByAnotherProcessTimesOutThenIsDroppedWhenItDies) {
-    TempDir dir;
-    KLogStream s(dir.path().c_str(), "l.log", 8, 0, true);
-    ASSERT_TRUE(s.IsLive());
-    const std::string marker = dir / "held";
-    pid_t holder = kxtest::Spawn({KX_LOG_WRITER_BIN, "hold", dir / "l.log", "20000", marker});
-    ASSERT_TRUE(kxtest::Eventually([&] { return FileSize(marker) >= 0; }));
-
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(KX_S_WAIT_TIMEOUT, s.PrintString("blocked", 0, kxLogSevProgress, 0));
-    const auto waited = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(waited, std::chrono::milliseconds(1900));
-    EXPECT_LT(waited, std::chrono::milliseconds(6000));
-    EXPECT_TRUE(s.begin() == s.end()) << "iterators give up the same way";
-
-    kxtest::KillAndReap(holder);
-    EXPECT_EQ(KX_OK, s.PrintString("free", 0, kxLogSevProgress, 0)) << "the dead holder's lock passes on";
-    EXPECT_EQ("free", LogTexts(dir / "l.log").back());
 }
 
 // The flush is seen through the file's modification time: the system stamps it when a clean
@@ -288,51 +230,30 @@ TEST(KLogStreamTest, LockHeldByAnotherProcessTimesOutThenIsDroppedWhenItDies) {
 // append moves the time, while appends to pages already dirty do not.
 TEST(KLogStreamTest, FlushPolicyFlushesEveryIntervalAppends) {
     TempDir dir;
-    const std::string f = dir / "f.log", g = dir / "g.log";
-    auto age = [](const std::string& path) {
+    const std::string path = dir / "f.log";
+    auto age = [&] {
         struct utimbuf old{946684800, 946684800};  // 2000-01-01
         utime(path.c_str(), &old);
     };
-    auto touched = [](const std::string& path) {
+    auto touched = [&] {
         struct stat st;
         return stat(path.c_str(), &st) == 0 && st.st_mtime != 946684800;
     };
-    {
-        KLogStream never(dir.path().c_str(), "f.log", 8, 0, true);
-        ASSERT_TRUE(never.IsLive());
-        never.PrintString("x", 0, kxLogSevProgress, 0);
-        age(f);
-        // Forty short records stay on the first page, dirty since the first one.
-        for (int i = 0; i < 40; ++i) never.PrintString("x", 0, kxLogSevProgress, 0);
-        EXPECT_FALSE(touched(f)) << "interval 0 never flushes";
-    }
-    KLogStream s(dir.path().c_str(), "g.log", 8, 3, true);
+    KLogStream s(dir.path().c_str(), "f.log", 8, 3, true);
     ASSERT_TRUE(s.IsLive());
     s.PrintString("1", 0, kxLogSevProgress, 0);
-    age(g);
+    age();
     s.PrintString("2", 0, kxLogSevProgress, 0);
-    EXPECT_FALSE(touched(g)) << "below the interval: no flush";
+    EXPECT_FALSE(touched()) << "below the interval: no flush";
     s.PrintString("3", 0, kxLogSevProgress, 0);  // flushes
-    age(g);
+    age();
     s.PrintString("4", 0, kxLogSevProgress, 0);  // first write to a clean page
-    EXPECT_TRUE(touched(g)) << "the third append flushed the mapping";
+    EXPECT_TRUE(touched()) << "the third append flushed the mapping";
 
-    age(g);
+    age();
     EXPECT_EQ(KX_OK, s.TouchLogfile());
-    EXPECT_TRUE(touched(g));
+    EXPECT_TRUE(touched());
     EXPECT_EQ(KX_OK, s.Flush());
-}
-
-TEST(KLogStreamTest, ClearKeepsOnlyTheClearRecord) {
-    TempDir dir;
-    KLogStream s(dir.path().c_str(), "c.log", 1, 0, true);
-    ASSERT_TRUE(s.IsLive());
-    for (int i = 0; i < 100; ++i) s.PrintString("some text here", 0, kxLogSevProgress, 0);
-    EXPECT_GT(s.WrapCount(), 0);
-    EXPECT_EQ(KX_OK, s.ClearRecs());
-    EXPECT_EQ(1, s.RecordCount());
-    EXPECT_EQ(0, s.WrapCount());
-    EXPECT_EQ(std::vector<std::string>{"<CLER>"}, LogTexts(dir / "c.log"));
 }
 
 TEST(KLogStreamTest, AuxiliaryNamesAreFlattenedAndUpperCased) {

@@ -1,52 +1,31 @@
-// Test helper: a process that writes records to a log file, holds its lock, dies in the middle
-// of an append, or just starts and ends (so that the logging start-up runs).
+// Test helper: a process that writes records to a log file, dies in the middle of an append,
+// or just starts and ends (so that the logging start-up runs).
 //
-//   kx_log_writer write DIR NAME SIZEKB COUNT TAG [OPT...]  COUNT records "TAG <i>", status i
-//   kx_log_writer forever DIR NAME SIZEKB TAG [OPT...]      records "TAG <i>" until killed
-//   kx_log_writer hold FILE MS MARKER                      the log's lock for MS ms; MARKER made
-//                                                          once held
-//   kx_log_writer die-in-append FILE                       takes the lock, half writes a record
-//                                                          over the oldest ones and kills itself
-//   kx_log_writer probe TEXT                               one message through the default stream
-//   kx_log_writer read FILE MS [OPT...]                    reads the whole file again and again
-//                                                          for MS ms, checking that record numbers
-//                                                          run on; prints the passes made
+//   kx_log_writer write DIR NAME SIZEKB COUNT TAG [--foreign-abi]
+//                                             COUNT records "TAG <i>" with status i; a negative
+//                                             COUNT writes until killed. --foreign-abi plays a
+//                                             process of the other target (its mutex layout does
+//                                             not match the lock file's)
+//   kx_log_writer die-in-append FILE          takes the lock, half writes a record over the
+//                                             oldest ones and kills itself
+//   kx_log_writer probe TEXT                  one message through the default stream
 //
-// Options of write, forever and read: --foreign-abi plays a process of the other target (its
-// mutex layout does not match the lock file's); --as-nobody drops root to uid/gid 65534 first.
-//
-// Exit status: 0 done, 2 the stream did not open, 3 a write (read) failed, 100 usage.
+// Exit status: 0 done, 2 the stream did not open, 3 a write failed, 100 usage.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 #include "log/KLogLock.h"
 #include "log/KLogStream.h"
 #include "base/kxLog.h"
-#include "log/kxLogRead.h"
 
 namespace {
-
-bool ApplyOptions(int argc, char** argv, int first) {
-    for (int i = first; i < argc; ++i) {
-        if (strcmp(argv[i], "--foreign-abi") == 0) {
-            kxLogLockSetAbiForTest(kxLogLockAbi() ^ 0x00FF0000u);
-        } else if (strcmp(argv[i], "--as-nobody") == 0) {
-            if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return false;
-        } else {
-            return false;
-        }
-    }
-    return true;
-}
 
 int Write(const char* dir, const char* name, unsigned long kb, long count, const char* tag) {
     KLogStream stream(dir, name, kb, 16384, true);
@@ -63,14 +42,6 @@ int Write(const char* dir, const char* name, unsigned long kb, long count, const
             return 3;
         }
     }
-    return 0;
-}
-
-int Hold(const char* file, long ms, const char* marker) {
-    KLogStream stream(file);
-    if (!stream.IsLive() || stream.LockLogfile(500, 4) != KX_OK) return 2;
-    close(open(marker, O_WRONLY | O_CREAT, 0600));
-    usleep(static_cast<useconds_t>(ms) * 1000);
     return 0;
 }
 
@@ -110,43 +81,19 @@ int DieInAppend(const char* file) {
     return 0;
 }
 
-// Whole passes over the file; a pass that found nothing or stopped early is not counted as
-// good. Succeeds when some pass was good and none saw numbers that do not run on.
-int Read(const char* file, long ms) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    long passes = 0, good = 0;
-    while (std::chrono::steady_clock::now() < end) {
-        std::vector<KLogEntry> e;
-        ++passes;
-        if (kxLogReadFile(file, e) != KX_OK || e.empty()) continue;
-        for (size_t i = 1; i < e.size(); ++i) {
-            if (e[i].info.GetRecNum() != e[i - 1].info.GetRecNum() + 1) {
-                fprintf(stderr, "numbers jump from %u to %u\n", e[i - 1].info.GetRecNum(),
-                        e[i].info.GetRecNum());
-                return 3;
-            }
-        }
-        ++good;
-    }
-    printf("%ld passes, %ld good\n", passes, good);
-    return good > 0 ? 0 : 3;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc >= 7 && strcmp(argv[1], "write") == 0 && ApplyOptions(argc, argv, 7))
+    if ((argc == 7 || (argc == 8 && strcmp(argv[7], "--foreign-abi") == 0)) &&
+        strcmp(argv[1], "write") == 0) {
+        if (argc == 8) kxLogLockSetAbiForTest(kxLogLockAbi() ^ 0x00FF0000u);
         return Write(argv[2], argv[3], strtoul(argv[4], nullptr, 0), atol(argv[5]), argv[6]);
-    if (argc >= 6 && strcmp(argv[1], "forever") == 0 && ApplyOptions(argc, argv, 6))
-        return Write(argv[2], argv[3], strtoul(argv[4], nullptr, 0), -1, argv[5]);
-    if (argc >= 4 && strcmp(argv[1], "read") == 0 && ApplyOptions(argc, argv, 4))
-        return Read(argv[2], atol(argv[3]));
-    if (argc == 5 && strcmp(argv[1], "hold") == 0) return Hold(argv[2], atol(argv[3]), argv[4]);
+    }
     if (argc == 3 && strcmp(argv[1], "die-in-append") == 0) return DieInAppend(argv[2]);
     if (argc == 3 && strcmp(argv[1], "probe") == 0) {
         kxLogPrintfA(0, kxLogSevWarning, "%s", argv[2]);
         return 0;
     }
-    fprintf(stderr, "usage: kx_log_writer write|forever|hold|die-in-append|probe ...\n");
+    fprintf(stderr, "usage: kx_log_writer write|die-in-append|probe ...\n");
     return 100;
 }
