@@ -96,8 +96,6 @@ std::vector<std::string> ReadLines(const std::string& path) {
     return lines;
 }
 
-bool ProcessExists(pid_t pid) { return kill(pid, 0) == 0 || errno == EPERM; }
-
 std::string ProgramDir() {
     char buf[4096];
     const ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);

@@ -41,7 +41,6 @@ bool Eventually(Pred pred, std::chrono::milliseconds limit = std::chrono::second
 
 std::string ReadFile(const std::string& path);
 std::vector<std::string> ReadLines(const std::string& path);
-bool ProcessExists(pid_t pid);
 
 // Directory of the running test program, where the helper programs are built.
 std::string ProgramDir();

@@ -5,6 +5,7 @@
 #include <sys/prctl.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,11 +13,6 @@
 #include "kxTestProcess.h"
 
 namespace kxtest {
-
-struct ChildStart {
-    pid_t pid;
-    long long ms;  // monotonic clock
-};
 
 class WatcherRun {
 public:
@@ -52,20 +48,13 @@ public:
         return st;
     }
 
-    std::vector<ChildStart> StartRecords() const {
-        std::vector<ChildStart> out;
-        for (const auto& line : ReadLines(dir_ / "starts")) {
-            ChildStart s{};
-            if (sscanf(line.c_str(), "%d %lld", &s.pid, &s.ms) == 2) out.push_back(s);
-        }
-        return out;
-    }
+    // The pids of the child's starts, in order.
     std::vector<pid_t> Starts() const {
         std::vector<pid_t> pids;
-        for (const auto& s : StartRecords()) pids.push_back(s.pid);
+        for (const auto& line : ReadLines(dir_ / "starts")) pids.push_back(atoi(line.c_str()));
         return pids;
     }
-    size_t StartCount() const { return StartRecords().size(); }
+    size_t StartCount() const { return Starts().size(); }
     std::vector<std::string> Signals() const { return ReadLines(dir_ / "signals"); }
     // True once the child of start number n (from 1) waits for signals.
     bool Ready(size_t n) const { return ReadLines(dir_ / "ready").size() >= n; }

@@ -2,8 +2,8 @@
 //
 //   kx_test_child DIR PLAN
 //
-// Every start appends "<pid> <monotonic ms>" to DIR/starts, then acts on the PLAN entry for
-// this start (comma-separated; the last entry repeats):
+// Every start appends its pid to DIR/starts, then acts on the PLAN entry for this start
+// (comma-separated; the last entry repeats):
 //   exitN   exit with status N
 //   sigN    kill itself with signal N
 //   wait    record SIGINT/SIGHUP as lines "INT"/"HUP" in DIR/signals and wait; SIGTERM kills
@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -98,10 +97,7 @@ int main(int argc, char** argv) {
     if (plan.empty()) plan.push_back("exit0");
 
     const int start = CountLines(g_dir + "/starts");
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    Append("starts", std::to_string(getpid()) + " " +
-                         std::to_string(now.tv_sec * 1000LL + now.tv_nsec / 1000000));
+    Append("starts", std::to_string(getpid()));
 
     const std::string& action = plan[std::min<size_t>(start, plan.size() - 1)];
     if (action.rfind("exit", 0) == 0) return atoi(action.c_str() + 4);

@@ -2,7 +2,9 @@
 // sequence of records (text, status, severity, writing process) for the main paths.
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -40,45 +42,47 @@ protected:
         return {"KX_LOG_DIR=" + run_.dir() / "logs", "KX_LOG_SIZE=64"};
     }
 
-    // Checks the text records of Default.log against `expected`, mapping each `who` to a pid.
-    // With `globalOrder` false only each process's own sequence is checked: processes that run
-    // at the same time (the daemonizing parent and its child) interleave as they are scheduled.
-    void ExpectRecords(const std::vector<Line>& expected, const std::map<char, pid_t>& pids,
-                       bool globalOrder = true) {
-        std::vector<KLogEntry> entries;
-        ASSERT_EQ(kxLogReadFile((run_.dir() / "logs/Default.log").c_str(), entries), 0);
-        std::vector<KLogEntry> texts;
+    std::vector<KLogEntry> Texts() const {
+        std::vector<KLogEntry> entries, texts;
+        EXPECT_EQ(kxLogReadFile((run_.dir() / "logs/Default.log").c_str(), entries), 0);
         for (const auto& e : entries)
             if (e.isText) texts.push_back(e);
-        ASSERT_EQ(texts.size(), expected.size()) << Dump(texts);
-        for (const auto& [who, pid] : pids) {
-            std::vector<const Line*> want;
-            std::vector<const KLogEntry*> got;
-            for (size_t i = 0; i < expected.size(); ++i) {
-                const bool mine = expected[i].who == who;
-                const bool theirs = static_cast<pid_t>(texts[i].info.GetProcessId()) == pid;
-                if (mine) want.push_back(&expected[i]);
-                if (theirs) got.push_back(&texts[i]);
-                if (globalOrder) {
-                    EXPECT_EQ(mine, theirs) << "record " << i << ": " << Dump(texts);
-                }
-            }
-            ASSERT_EQ(got.size(), want.size()) << who << "\n" << Dump(texts);
-            for (size_t i = 0; i < want.size(); ++i) {
-                SCOPED_TRACE(std::string(1, who) + " record " + std::to_string(i));
-                EXPECT_EQ(got[i]->text, want[i]->text);
-                EXPECT_EQ(got[i]->severity, want[i]->sev);
-                EXPECT_EQ(got[i]->status, want[i]->status);
-            }
-        }
+        return texts;
     }
 
-    static std::string Dump(const std::vector<KLogEntry>& texts) {
-        std::string out;
-        for (const auto& e : texts)
-            out += std::to_string(e.info.GetProcessId()) + " " + std::to_string(e.severity) + " " +
-                   e.text + "\n";
-        return out;
+    // Checks the text records of Default.log against `expected`, each `who` standing for its
+    // pid. With `globalOrder` false only each process's own sequence is compared: processes
+    // that run at the same time (the daemonizing parent and its child) interleave as they are
+    // scheduled.
+    void ExpectRecords(const std::vector<Line>& expected, const std::map<char, pid_t>& pids,
+                       bool globalOrder = true) const {
+        auto render = [](char who, uint32_t sev, long status, const std::string& text) {
+            return std::string(1, who) + " " + std::to_string(sev) + " " + std::to_string(status) +
+                   " " + text;
+        };
+        std::vector<std::string> want, got;
+        for (const Line& l : expected) want.push_back(render(l.who, l.sev, l.status, l.text));
+        for (const KLogEntry& e : Texts()) {
+            char who = '?';
+            for (const auto& [w, pid] : pids)
+                if (static_cast<pid_t>(e.info.GetProcessId()) == pid) who = w;
+            got.push_back(render(who, e.severity, e.status, e.text));
+        }
+        if (globalOrder) {
+            EXPECT_EQ(want, got);
+            return;
+        }
+        EXPECT_EQ(want.size(), got.size());
+        for (const auto& entry : pids) {
+            auto of = [&](std::vector<std::string> lines) {
+                lines.erase(
+                    std::remove_if(lines.begin(), lines.end(),
+                                   [&](const std::string& l) { return l[0] != entry.first; }),
+                    lines.end());
+                return lines;
+            };
+            EXPECT_EQ(of(want), of(got)) << entry.first;
+        }
     }
 
     WatcherRun run_;
@@ -86,8 +90,8 @@ protected:
 
 }  // namespace
 
-TEST_F(WatcherLog, RestartThenCleanExit) {
-    const pid_t watcher = run_.Start({"-f", "-d", "0", "-r", "1"}, "exit1,exit0", Env());
+TEST_F(WatcherLog, RestartAfterTheDelayThenCleanExit) {
+    const pid_t watcher = run_.Start({"-f", "-d", "1", "-r", "1"}, "exit1,exit0", Env());
     ASSERT_TRUE(ExitedWith(run_.Wait(), 0));
     const auto starts = run_.Starts();
     ASSERT_EQ(starts.size(), 2u);
@@ -102,7 +106,7 @@ TEST_F(WatcherLog, RestartThenCleanExit) {
             {'W', 1, 0, "watched process exited."},
             {'W', 0, 0, "waiting for " + Hex(starts[0])},
             {'W', 1, 0, "exit stat = 1"},
-            {'W', 0, 0, "sleeping for 0"},
+            {'W', 0, 0, "sleeping for 1"},
             {'W', 0, 0, "process::start()"},
             {'2', 1, 0, "starting process: " + child + ". with PID " + Hex(starts[1])},
             {'W', 1, 0, "Received signal: 17\n"},
@@ -115,6 +119,14 @@ TEST_F(WatcherLog, RestartThenCleanExit) {
             {'W', 1, kModuleMessage, "logging stopping"},
         },
         {{'W', watcher}, {'1', starts[0]}, {'2', starts[1]}});
+    // The pause lies between "sleeping for 1" and the next start (stamps in 100 ns units).
+    const std::vector<KLogEntry> texts = Texts();
+    ASSERT_EQ(texts.size(), 19u);
+    auto stamp = [](const KLogEntry& e) {
+        const _FILETIME t = e.info.GetTimeStamp();
+        return static_cast<uint64_t>(t.dwHighDateTime) << 32 | t.dwLowDateTime;
+    };
+    EXPECT_GE(stamp(texts[9]) - stamp(texts[8]), 9000000u);
 }
 
 TEST_F(WatcherLog, ForwardedSignalsAndTermination) {
@@ -125,6 +137,8 @@ TEST_F(WatcherLog, ForwardedSignalsAndTermination) {
     kill(watcher, SIGTERM);
     ASSERT_TRUE(ExitedWith(run_.Wait(), 0));
     const pid_t c = run_.Starts().at(0);
+    // The watcher reaped it itself: an unreaped child would now be this test's zombie.
+    EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(c)));
     ExpectRecords(
         {
             {'W', 1, kModuleMessage, "logging starting"},
@@ -190,9 +204,15 @@ TEST_F(WatcherLog, DaemonizingAndExecFailure) {
         {{'P', parent}, {'D', daemon}, {'C', child}}, /*globalOrder=*/false);
 }
 
-TEST_F(WatcherLog, WatchedProgramInheritsNoLogFileDescriptor) {
+// The watched program starts as a fresh one would: nothing blocked and no descriptor of the
+// watcher's log files; a watcher in the foreground keeps its session and directory.
+TEST_F(WatcherLog, ForegroundChildStartsWithNothingInherited) {
     run_.Start({"-f"}, "info", Env());
     ASSERT_TRUE(kxtest::Eventually([&] { return run_.Ready(1); }));
     const std::string info = kxtest::ReadFile(run_.dir() / "info");
     EXPECT_NE(info.find("open_log_files 0\n"), std::string::npos) << info;
+    EXPECT_NE(info.find("blocked 0000000000000000"), std::string::npos) << info;
+    EXPECT_EQ(info.find("parent_cwd /\n"), std::string::npos) << info;
+    EXPECT_NE(info.find("parent_is_session_leader 0"), std::string::npos) << info;
+    EXPECT_NE(info.find("parent " + std::to_string(run_.watcher())), std::string::npos) << info;
 }
