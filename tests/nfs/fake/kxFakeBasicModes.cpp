@@ -2,13 +2,11 @@
 //
 //   accept        NULL answers; EXPORT (5) lists Count() exports "/export/NNNNNN"; MNT (1)
 //                 gives a 4-byte handle; UMNT (3) answers; other procedures PROC_UNAVAIL
-//   groups        as accept, but EXPORT lists one export "/export" with Count() groups
 //   progunavail   every call is accepted with status PROG_UNAVAIL
 //   garbage       every call gets 16 bytes that are no RPC reply
 //   shortdenied   every call gets a denied RPC_MISMATCH reply cut off before its last field
 //   oddstatus     procedure 1 is accepted with an accept status no enumeration holds
 //                 (0x70000); any other gets a reply status of 7, which ends the decoding
-//   silent        calls are read and never answered
 #include <cstdio>
 #include <cstring>
 
@@ -18,27 +16,15 @@ namespace {
 
 using kxfake::Call;
 
-// EXPORT's result: `count` nodes named /export/NNNNNN without groups, or one node "/export"
-// with `groups` groups when groups > 0.
-struct ExportList {
-    int count;
-    int groups;
-};
-
-bool_t EncodeExportList(XDR* x, ExportList* list) {
+// EXPORT's result: `count` exports named /export/NNNNNN, without groups.
+bool_t EncodeExportList(XDR* x, int* count) {
     char buf[32];
     bool_t more = TRUE;
     bool_t none = FALSE;
-    for (int i = 0; i < list->count; ++i) {
-        snprintf(buf, sizeof buf, list->groups > 0 ? "/export" : "/export/%06d", i);
+    for (int i = 0; i < *count; ++i) {
+        snprintf(buf, sizeof buf, "/export/%06d", i);
         char* p = buf;
-        if (!xdr_bool(x, &more) || !xdr_string(x, &p, 1024)) return FALSE;
-        for (int g = 0; g < list->groups; ++g) {
-            snprintf(buf, sizeof buf, "g%d", g);
-            p = buf;
-            if (!xdr_bool(x, &more) || !xdr_string(x, &p, 255)) return FALSE;
-        }
-        if (!xdr_bool(x, &none)) return FALSE;
+        if (!xdr_bool(x, &more) || !xdr_string(x, &p, 1024) || !xdr_bool(x, &none)) return FALSE;
     }
     return xdr_bool(x, &none);
 }
@@ -54,27 +40,21 @@ bool_t EncodeMountOk(XDR* x, void*) {
            xdr_int(x, &flavour);
 }
 
-bool AnswerMount(const Call& call, ExportList list, std::vector<char>& out) {
-    switch (call.procedure) {
-    case 0:
-    case 3:
-        return kxfake::AcceptWith(call, nullptr, nullptr, out);
-    case 1:
-        return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeMountOk), nullptr, out);
-    case 5:
-        return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeExportList), &list,
-                                  out);
-    default:
-        return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
-    }
-}
-
 bool Accept(const Call& call, std::vector<char>& out) {
-    return AnswerMount(call, {kxfake::Count(), 0}, out);
-}
-
-bool Groups(const Call& call, std::vector<char>& out) {
-    return AnswerMount(call, {1, kxfake::Count()}, out);
+    int count = kxfake::Count();
+    switch (call.procedure) {
+        case 0:
+        case 3:
+            return kxfake::AcceptWith(call, nullptr, nullptr, out);
+        case 1:
+            return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeMountOk), nullptr,
+                                      out);
+        case 5:
+            return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeExportList), &count,
+                                      out);
+        default:
+            return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+    }
 }
 
 bool ProgUnavail(const Call& call, std::vector<char>& out) {
@@ -97,14 +77,10 @@ bool OddStatus(const Call& call, std::vector<char>& out) {
     return kxfake::Words({call.xid, 1, 7}, out);
 }
 
-bool Silent(const Call&, std::vector<char>&) { return false; }
-
 }  // namespace
 
 KX_FAKE_MODE("accept", Accept);
-KX_FAKE_MODE("groups", Groups);
 KX_FAKE_MODE("progunavail", ProgUnavail);
 KX_FAKE_MODE("garbage", Garbage);
 KX_FAKE_MODE("shortdenied", ShortDenied);
 KX_FAKE_MODE("oddstatus", OddStatus);
-KX_FAKE_MODE("silent", Silent);

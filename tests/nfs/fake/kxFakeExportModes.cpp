@@ -1,5 +1,10 @@
 // Export discovery modes: a MOUNT service whose list holds "/" and an export it refuses, and an
 // NFS service whose file-system figures differ per export root (kxFakeExport.h).
+//
+//   hostilenames  for the command-line client's tests: MOUNT whose EXPORT lists exports whose names
+//   hold terminal controls, a line
+//                 end, a UTF-8 C1 control and a Latin-1 byte, and whose MNT refuses every
+//                 export (MNT3ERR_ACCES); NULL and UMNT answer
 #include <cstring>
 #include <string>
 
@@ -15,11 +20,19 @@ using kxfake::Proc;
 
 const std::vector<const char*> kExports = {"/", "/export", "/refused"};
 
-bool Mnt(const Call& call, std::vector<char>& out) {
+const std::vector<const char*> kHostileNames = {
+    "/export/red\x1b[31mtext",
+    "/export/two\nlines",
+    "/export/csi\xc2\x9b"
+    "2J",
+    "/export/caf\xe9",
+};
+
+bool Mnt(const Call& call, bool refuseAll, std::vector<char>& out) {
     kxfake::Args<char*> path(call, xdr_dirpath);
     if (!path.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
     std::string handle = std::string("MNT") + path.value;
-    const bool refused = strcmp(path.value, "/refused") == 0;
+    const bool refused = refuseAll || strcmp(path.value, "/refused") == 0;
     mountres3 res{};
     int flavor = AUTH_UNIX;
     if (refused) {
@@ -35,17 +48,18 @@ bool Mnt(const Call& call, std::vector<char>& out) {
     return kxfake::AcceptWith(call, Proc(xdr_mountres3), &res, out);
 }
 
-bool MountRoot(const Call& call, std::vector<char>& out) {
+template <const std::vector<const char*>* exports>
+bool Mount(const Call& call, std::vector<char>& out) {
     switch (call.procedure) {
-    case MOUNTPROC3_NULL:
-    case MOUNTPROC3_UMNT:
-        return kxfake::AcceptWith(call, nullptr, nullptr, out);
-    case MOUNTPROC3_MNT:
-        return Mnt(call, out);
-    case MOUNTPROC3_EXPORT:
-        return kxfake::AcceptWith(call, Proc(kxfake::EncodeExportNames), &kExports, out);
-    default:
-        return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+        case MOUNTPROC3_NULL:
+        case MOUNTPROC3_UMNT:
+            return kxfake::AcceptWith(call, nullptr, nullptr, out);
+        case MOUNTPROC3_MNT:
+            return Mnt(call, exports == &kHostileNames, out);
+        case MOUNTPROC3_EXPORT:
+            return kxfake::AcceptWith(call, Proc(kxfake::EncodeExportNames), exports, out);
+        default:
+            return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }
 }
 
@@ -97,17 +111,18 @@ bool Figures(const Call& call, const kxfake::FakeFsFigures& f, std::vector<char>
 
 bool NfsFigures(const Call& call, std::vector<char>& out) {
     switch (call.procedure) {
-    case NFSPROC3_FSSTAT:
-    case NFSPROC3_FSINFO:
-    case NFSPROC3_PATHCONF:
-        if (const kxfake::FakeFsFigures* f = FiguresFor(call)) return Figures(call, *f, out);
-        return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    default:
-        return kxfake::FindMode("nfs")(call, out);
+        case NFSPROC3_FSSTAT:
+        case NFSPROC3_FSINFO:
+        case NFSPROC3_PATHCONF:
+            if (const kxfake::FakeFsFigures* f = FiguresFor(call)) return Figures(call, *f, out);
+            return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+        default:
+            return kxfake::FindMode("nfs")(call, out);
     }
 }
 
 }  // namespace
 
-KX_FAKE_MODE("mountroot", MountRoot);
+KX_FAKE_MODE("mountroot", Mount<&kExports>);
+KX_FAKE_MODE("hostilenames", Mount<&kHostileNames>);
 KX_FAKE_MODE("nfsfigures", NfsFigures);

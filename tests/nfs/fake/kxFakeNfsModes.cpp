@@ -41,14 +41,10 @@ constexpr uint32_t k64MiB = 64u << 20;
 
 char g_fileHandle[] = "FAKEFILE";
 
-bool Reply(const Call& call, xdrproc_t encode, const void* results, std::vector<char>& out) {
-    return kxfake::AcceptWith(call, encode, results, out);
-}
-
 bool GetAttr(const Call& call, std::vector<char>& out) {
     getattr3res res{};
     res.getattr3res_u.resok.obj_attributes = FakeAttributes(NF3DIR, 4096, 1);
-    return Reply(call, Proc(xdr_getattr3res), &res, out);
+    return kxfake::AcceptWith(call, Proc(xdr_getattr3res), &res, out);
 }
 
 bool Lookup(const Call& call, std::vector<char>& out) {
@@ -62,7 +58,7 @@ bool Lookup(const Call& call, std::vector<char>& out) {
         Present(strcmp(args.value.name, ".") == 0
                     ? FakeAttributes(NF3DIR, 4096, 1)
                     : FakeAttributes(NF3REG, static_cast<uint64_t>(kxfake::Count()), 2));
-    return Reply(call, Proc(xdr_lookup3res), &res, out);
+    return kxfake::AcceptWith(call, Proc(xdr_lookup3res), &res, out);
 }
 
 bool FsStat(const Call& call, std::vector<char>& out) {
@@ -71,7 +67,7 @@ bool FsStat(const Call& call, std::vector<char>& out) {
     ok.tbytes = 1ull << 40;
     ok.fbytes = ok.abytes = 1ull << 39;
     ok.tfiles = ok.ffiles = ok.afiles = 1000000;
-    return Reply(call, Proc(xdr_fsstat3res), &res, out);
+    return kxfake::AcceptWith(call, Proc(xdr_fsstat3res), &res, out);
 }
 
 bool FsInfo(const Call& call, std::vector<char>& out) {
@@ -83,7 +79,7 @@ bool FsInfo(const Call& call, std::vector<char>& out) {
     ok.maxfilesize = ~0ull;
     ok.time_delta = {0, 1};
     ok.properties = FSF3_LINK | FSF3_SYMLINK | FSF3_HOMOGENEOUS | FSF3_CANSETTIME;
-    return Reply(call, Proc(xdr_fsinfo3res), &res, out);
+    return kxfake::AcceptWith(call, Proc(xdr_fsinfo3res), &res, out);
 }
 
 bool PathConf(const Call& call, std::vector<char>& out) {
@@ -93,7 +89,7 @@ bool PathConf(const Call& call, std::vector<char>& out) {
     ok.name_max = 255;
     ok.no_trunc = TRUE;
     ok.case_preserving = TRUE;
-    return Reply(call, Proc(xdr_pathconf3res), &res, out);
+    return kxfake::AcceptWith(call, Proc(xdr_pathconf3res), &res, out);
 }
 
 // READ and WRITE share the shape of their arguments' start: handle, offset, count.
@@ -105,7 +101,7 @@ bool Read(const Call& call, Fault fault, std::vector<char>& out) {
     read3res res{};
     if (fault == Fault::FailAt8k && offset >= 8192) {
         res.status = NFS3ERR_ACCES;
-        return Reply(call, Proc(xdr_read3res), &res, out);
+        return kxfake::AcceptWith(call, Proc(xdr_read3res), &res, out);
     }
     const uint64_t size = static_cast<uint64_t>(kxfake::Count());
     uint64_t n = offset < size ? std::min<uint64_t>(size - offset, args.value.count) : 0;
@@ -118,7 +114,7 @@ bool Read(const Call& call, Fault fault, std::vector<char>& out) {
     ok.eof = offset + n >= size;
     ok.data.data_len = static_cast<u_int>(n);
     ok.data.data_val = data.data();
-    return Reply(call, Proc(xdr_read3res), &res, out);
+    return kxfake::AcceptWith(call, Proc(xdr_read3res), &res, out);
 }
 
 bool Write(const Call& call, Fault fault, std::vector<char>& out) {
@@ -129,14 +125,14 @@ bool Write(const Call& call, Fault fault, std::vector<char>& out) {
     write3res res{};
     if (fault == Fault::FailAt8k && args.value.offset >= 8192) {
         res.status = NFS3ERR_ACCES;
-        return Reply(call, Proc(xdr_write3res), &res, out);
+        return kxfake::AcceptWith(call, Proc(xdr_write3res), &res, out);
     }
     write3resok& ok = res.write3res_u.resok;
     ok.count = fault == Fault::ShortWrite && count > 1000 ? 1000 : count;
     if (fault == Fault::OverRead) ok.count += 100;
     ok.committed = UNSTABLE;
     memcpy(ok.verf, "WRITEVRF", NFS3_WRITEVERFSIZE);
-    return Reply(call, Proc(xdr_write3res), &res, out);
+    return kxfake::AcceptWith(call, Proc(xdr_write3res), &res, out);
 }
 
 bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
@@ -155,7 +151,8 @@ bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
             first = static_cast<uint32_t>(step / 3) + 1;
     }
     if (fault == Fault::DirStale && cookie != 0) res.status = NFS3ERR_STALE;
-    if (res.status != NFS3_OK) return Reply(call, Proc(xdr_readdirplus3res), &res, out);
+    if (res.status != NFS3_OK)
+        return kxfake::AcceptWith(call, Proc(xdr_readdirplus3res), &res, out);
 
     const uint32_t end = std::min(first + kxfake::kFakeDirBatch, total);
     std::vector<entryplus3> entries(end - first);
@@ -174,7 +171,8 @@ bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
         e.cookie = kxfake::FakeCookie(i);
         e.name_attributes = Present(FakeAttributes(NF3REG, i, 1000 + i));
         e.name_handle.handle_follows = TRUE;
-        e.name_handle.post_op_fh3_u.handle.data.data_len = static_cast<u_int>(handles.back().size());
+        e.name_handle.post_op_fh3_u.handle.data.data_len =
+            static_cast<u_int>(handles.back().size());
         e.name_handle.post_op_fh3_u.handle.data.data_val = handles.back().data();
         e.nextentry = i + 1 < end ? &entries[i - first + 1] : nullptr;
     }
@@ -183,22 +181,32 @@ bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
     memcpy(ok.cookieverf, "COOKIEVF", NFS3_COOKIEVERFSIZE);
     ok.reply.entries = entries.empty() ? nullptr : entries.data();
     ok.reply.eof = end == total;
-    return Reply(call, Proc(xdr_readdirplus3res), &res, out);
+    return kxfake::AcceptWith(call, Proc(xdr_readdirplus3res), &res, out);
 }
 
 template <Fault fault>
 bool Answer(const Call& call, std::vector<char>& out) {
     switch (call.procedure) {
-    case 0: return Reply(call, nullptr, nullptr, out);
-    case 1: return GetAttr(call, out);
-    case 3: return Lookup(call, out);
-    case 6: return Read(call, fault, out);
-    case 7: return Write(call, fault, out);
-    case 17: return ReadDirPlus(call, fault, out);
-    case 18: return FsStat(call, out);
-    case 19: return FsInfo(call, out);
-    case 20: return PathConf(call, out);
-    default: return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+        case 0:
+            return kxfake::AcceptWith(call, nullptr, nullptr, out);
+        case 1:
+            return GetAttr(call, out);
+        case 3:
+            return Lookup(call, out);
+        case 6:
+            return Read(call, fault, out);
+        case 7:
+            return Write(call, fault, out);
+        case 17:
+            return ReadDirPlus(call, fault, out);
+        case 18:
+            return FsStat(call, out);
+        case 19:
+            return FsInfo(call, out);
+        case 20:
+            return PathConf(call, out);
+        default:
+            return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }
 }
 

@@ -21,19 +21,20 @@ struct Result {
     int status;
 };
 
-bool_t CodeCookie(XDR* x, Result* r) { return xdr_bytes(x, &r->cookie, &r->length, 1024); }
+bool_t CodeCookie(XDR* x, Result* r) {
+    return xdr_bytes(x, &r->cookie, &r->length, 1024);
+}
 
-bool_t EncodeResult(XDR* x, Result* r) { return CodeCookie(x, r) && xdr_int(x, &r->status); }
+bool_t EncodeResult(XDR* x, Result* r) {
+    return CodeCookie(x, r) && xdr_int(x, &r->status);
+}
 
 // Every request of procedures 1 to 5 starts with its cookie.
 bool AnswerStatus(const Call& call, std::vector<char>& out) {
-    Result r{};
-    const auto cookie = reinterpret_cast<xdrproc_t>(CodeCookie);
-    if (!call.DecodeArgs(cookie, &r)) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-    r.status = kxfake::Count();
-    const bool ok = kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeResult), &r, out);
-    call.FreeArgs(cookie, &r);
-    return ok;
+    kxfake::Args<Result> r(call, CodeCookie);
+    if (!r.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+    r.value.status = kxfake::Count();
+    return kxfake::AcceptWith(call, kxfake::Proc(EncodeResult), &r.value, out);
 }
 
 bool Answer(const Call& call, std::vector<char>& out) {

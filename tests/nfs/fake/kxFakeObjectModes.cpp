@@ -2,18 +2,17 @@
 // test what the client sent, and replies that leave out what the protocol lets a server leave
 // out.
 //
-//   nfsobjects    FSSTAT, FSINFO (preferred read 32768, preferred write 16384) and PATHCONF
-//                 answer plausibly. Handles are "H:" and the name looked up ("." gives back
-//                 the directory's handle). LOOKUP: names starting with "missing" do not
-//                 exist, names starting with "d" are directories, names starting with "noattr"
-//                 come back without attributes, anything else is a regular file. GETATTR
-//                 answers a symbolic link for handles "S:...", a directory for "H:d..." and
-//                 "C:d...", a regular file otherwise. SETATTR always succeeds.
-//                 CREATE and MKDIR give handle "C:"+name with attributes, but CREATE of a name
-//                 starting with "nohandle" gives neither, and MKDIR of a name holding "strict"
-//                 that sets a size fails with NFS3ERR_INVAL. SYMLINK gives handle "S:"+name
-//                 without attributes. ACCESS grants read, modify and delete of what was asked.
-//                 Other procedures: PROC_UNAVAIL.
+//   nfsobjects    NULL, FSSTAT and PATHCONF answer as in mode "nfs"; FSINFO prefers reads of
+//                 32768 and writes of 16384. Handles are "H:" and the name looked up ("." gives
+//                 back the directory's handle). LOOKUP: names starting with "missing" do not exist,
+//                 names starting with "d" are directories, names starting with "noattr" come back
+//                 without attributes, anything else is a regular file. GETATTR answers a symbolic
+//                 link for handles "S:...", a directory for "H:d..." and "C:d...", a regular file
+//                 otherwise. SETATTR always succeeds. CREATE and MKDIR give handle "C:"+name with
+//                 attributes, but CREATE of a name starting with "nohandle" gives neither, and
+//                 MKDIR of a name holding "strict" that sets a size fails with NFS3ERR_INVAL.
+//                 SYMLINK gives handle "S:"+name without attributes. ACCESS grants read, modify and
+//                 delete of what was asked. Other procedures: PROC_UNAVAIL.
 //
 // Every answer depends on the call alone, so a request resent over UDP gets the same reply.
 #include <cstring>
@@ -33,7 +32,9 @@ bool StartsWith(const char* text, const char* prefix) {
     return text != nullptr && strncmp(text, prefix, strlen(prefix)) == 0;
 }
 
-fattr3 Attributes(ftype3 type, uint64_t fileid) { return kxfake::FakeAttributes(type, 0, fileid); }
+fattr3 Attributes(ftype3 type, uint64_t fileid) {
+    return kxfake::FakeAttributes(type, 0, fileid);
+}
 
 nfs_fh3 Handle(std::string& storage) {
     nfs_fh3 fh;
@@ -47,8 +48,8 @@ bool Lookup(const Call& call, std::vector<char>& out) {
     if (!args.ok) return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
     const std::string name = args.value.name != nullptr ? args.value.name : "";
     const nfs_fh3& parent = args.value.dir;
-    std::string handle = name == "." ? std::string(parent.data.data_val, parent.data.data_len)
-                                     : "H:" + name;
+    std::string handle =
+        name == "." ? std::string(parent.data.data_val, parent.data.data_len) : "H:" + name;
 
     lookup3res res{};
     if (StartsWith(name.c_str(), "missing")) {
@@ -127,12 +128,6 @@ bool Access(const Call& call, std::vector<char>& out) {
     return kxfake::AcceptWith(call, Proc(xdr_access3res), &res, out);
 }
 
-bool FsStat(const Call& call, std::vector<char>& out) {
-    fsstat3res res{};
-    res.fsstat3res_u.resok.tbytes = 1ull << 40;
-    return kxfake::AcceptWith(call, Proc(xdr_fsstat3res), &res, out);
-}
-
 bool FsInfo(const Call& call, std::vector<char>& out) {
     fsinfo3res res{};
     fsinfo3resok& ok = res.fsinfo3res_u.resok;
@@ -146,26 +141,30 @@ bool FsInfo(const Call& call, std::vector<char>& out) {
     return kxfake::AcceptWith(call, Proc(xdr_fsinfo3res), &res, out);
 }
 
-bool PathConf(const Call& call, std::vector<char>& out) {
-    pathconf3res res{};
-    res.pathconf3res_u.resok.name_max = 255;
-    return kxfake::AcceptWith(call, Proc(xdr_pathconf3res), &res, out);
-}
-
 bool Objects(const Call& call, std::vector<char>& out) {
     switch (call.procedure) {
-    case 0: return kxfake::AcceptWith(call, nullptr, nullptr, out);
-    case 1: return GetAttr(call, out);
-    case 2: return SetAttr(call, out);
-    case 3: return Lookup(call, out);
-    case 4: return Access(call, out);
-    case 8: return Create(call, out);
-    case 9: return MkDir(call, out);
-    case 10: return SymLink(call, out);
-    case 18: return FsStat(call, out);
-    case 19: return FsInfo(call, out);
-    case 20: return PathConf(call, out);
-    default: return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
+        case 1:
+            return GetAttr(call, out);
+        case 2:
+            return SetAttr(call, out);
+        case 3:
+            return Lookup(call, out);
+        case 4:
+            return Access(call, out);
+        case 8:
+            return Create(call, out);
+        case 9:
+            return MkDir(call, out);
+        case 10:
+            return SymLink(call, out);
+        case 19:
+            return FsInfo(call, out);
+        case 0:
+        case 18:
+        case 20:
+            return kxfake::FindMode("nfs")(call, out);
+        default:
+            return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }
 }
 

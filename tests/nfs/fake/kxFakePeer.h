@@ -23,26 +23,28 @@ struct Call {
     uint32_t credFlavor = 0;
     std::vector<char> cred;  // the credential body as received
     std::vector<char> args;  // the procedure's arguments, XDR-encoded
-
-    // Decodes the arguments into obj (zero it first); false when they do not decode. Release
-    // what decoding allocated with FreeArgs.
-    bool DecodeArgs(xdrproc_t proc, void* obj) const;
-    void FreeArgs(xdrproc_t proc, void* obj) const;
 };
 
-inline bool Call::DecodeArgs(xdrproc_t proc, void* obj) const {
+// Splits a received message into a Call; false when it is no call.
+inline bool Parse(const char* in, size_t length, Call& call) {
     XDR x;
-    xdrmem_create(&x, const_cast<char*>(args.data()), static_cast<u_int>(args.size()),
-                  XDR_DECODE);
-    const bool ok = proc(&x, obj) != 0;
+    xdrmem_create(&x, const_cast<char*>(in), static_cast<u_int>(length), XDR_DECODE);
+    rpc_msg msg{};
+    char credBody[MAX_AUTH_BYTES], verfBody[MAX_AUTH_BYTES];
+    msg.rm_call.cb_cred.oa_base = credBody;
+    msg.rm_call.cb_verf.oa_base = verfBody;
+    const bool ok = xdr_callmsg(&x, &msg) != 0 && msg.rm_direction == CALL;
+    const u_int at = XDR_GETPOS(&x);
     XDR_DESTROY(&x);
-    return ok;
-}
-
-inline void Call::FreeArgs(xdrproc_t proc, void* obj) const {
-    XDR x;
-    x.x_op = XDR_FREE;
-    proc(&x, obj);
+    if (!ok || at > length) return false;
+    call.xid = msg.rm_xid;
+    call.program = static_cast<uint32_t>(msg.rm_call.cb_prog);
+    call.version = static_cast<uint32_t>(msg.rm_call.cb_vers);
+    call.procedure = static_cast<uint32_t>(msg.rm_call.cb_proc);
+    call.credFlavor = static_cast<uint32_t>(msg.rm_call.cb_cred.oa_flavor);
+    call.cred.assign(credBody, credBody + msg.rm_call.cb_cred.oa_length);
+    call.args.assign(in + at, in + length);
+    return true;
 }
 
 // An XDR routine of any signature as the RPC library takes it.
@@ -55,15 +57,18 @@ xdrproc_t Proc(F f) {
 // scope; `ok` says whether they decoded.
 template <typename T>
 struct Args {
-    Args(const Call& c, bool_t (*decode)(XDR*, T*)) : call(c), proc(Proc(decode)) {
+    Args(const Call& call, bool_t (*decode)(XDR*, T*)) : proc(Proc(decode)) {
         memset(&value, 0, sizeof value);
-        ok = call.DecodeArgs(proc, &value);
+        XDR x;
+        xdrmem_create(&x, const_cast<char*>(call.args.data()), static_cast<u_int>(call.args.size()),
+                      XDR_DECODE);
+        ok = proc(&x, &value) != 0;
+        XDR_DESTROY(&x);
     }
-    ~Args() { call.FreeArgs(proc, &value); }
+    ~Args() { xdr_free(proc, reinterpret_cast<char*>(&value)); }
     Args(const Args&) = delete;
     Args& operator=(const Args&) = delete;
 
-    const Call& call;
     xdrproc_t proc;
     T value;
     bool ok;

@@ -29,7 +29,9 @@ namespace kxfake {
 namespace {
 
 volatile sig_atomic_t g_stop = 0;
-void OnTerm(int) { g_stop = 1; }
+void OnTerm(int) {
+    g_stop = 1;
+}
 
 int g_count = 0;
 std::string g_record;
@@ -39,7 +41,9 @@ std::map<std::string, Mode>& Modes() {
     return modes;
 }
 
-bool_t EncodeNothing(XDR*, void*) { return TRUE; }
+bool_t EncodeNothing(XDR*, void*) {
+    return TRUE;
+}
 
 bool Encode(const Call& call, accept_stat status, xdrproc_t encode, const void* results,
             std::vector<char>& out) {
@@ -52,42 +56,12 @@ bool Encode(const Call& call, accept_stat status, xdrproc_t encode, const void* 
     reply.acpted_rply.ar_results.where = const_cast<char*>(static_cast<const char*>(results));
     reply.acpted_rply.ar_results.proc =
         encode != nullptr ? encode : reinterpret_cast<xdrproc_t>(EncodeNothing);
-    // Grow until the results fit: modes send replies of any size.
-    for (size_t size = 4096; size <= (64u << 20); size *= 4) {
-        out.assign(size, 0);
-        XDR x;
-        xdrmem_create(&x, out.data(), static_cast<u_int>(out.size()), XDR_ENCODE);
-        const bool ok = xdr_replymsg(&x, &reply) != 0;
-        const u_int used = XDR_GETPOS(&x);
-        XDR_DESTROY(&x);
-        if (ok) {
-            out.resize(used);
-            return true;
-        }
-    }
-    return false;
-}
-
-// Splits a received message into a Call; false when it is no call.
-bool Parse(const char* in, size_t length, Call& call) {
+    out.assign(xdr_sizeof(reinterpret_cast<xdrproc_t>(xdr_replymsg), &reply), 0);
     XDR x;
-    xdrmem_create(&x, const_cast<char*>(in), static_cast<u_int>(length), XDR_DECODE);
-    rpc_msg msg{};
-    char credBody[MAX_AUTH_BYTES], verfBody[MAX_AUTH_BYTES];
-    msg.rm_call.cb_cred.oa_base = credBody;
-    msg.rm_call.cb_verf.oa_base = verfBody;
-    const bool ok = xdr_callmsg(&x, &msg) != 0 && msg.rm_direction == CALL;
-    const u_int at = XDR_GETPOS(&x);
+    xdrmem_create(&x, out.data(), static_cast<u_int>(out.size()), XDR_ENCODE);
+    const bool ok = xdr_replymsg(&x, &reply) != 0;
     XDR_DESTROY(&x);
-    if (!ok || at > length) return false;
-    call.xid = msg.rm_xid;
-    call.program = static_cast<uint32_t>(msg.rm_call.cb_prog);
-    call.version = static_cast<uint32_t>(msg.rm_call.cb_vers);
-    call.procedure = static_cast<uint32_t>(msg.rm_call.cb_proc);
-    call.credFlavor = static_cast<uint32_t>(msg.rm_call.cb_cred.oa_flavor);
-    call.cred.assign(credBody, credBody + msg.rm_call.cb_cred.oa_length);
-    call.args.assign(in + at, in + length);
-    return true;
+    return ok;
 }
 
 Mode g_mode = nullptr;
@@ -95,7 +69,7 @@ Mode g_mode = nullptr;
 bool Answer(const char* in, size_t length, std::vector<char>& out) {
     Call call;
     if (!Parse(in, length, call)) return false;
-    if (!g_record.empty()) AppendRecord(g_record, call);
+    if (!g_record.empty()) AppendRecord(g_record, in, static_cast<uint32_t>(length));
     return g_mode(call, out);
 }
 
@@ -114,23 +88,7 @@ int Bound(int type, unsigned short& port) {
 }
 
 bool ReadFull(int fd, char* p, size_t n) {
-    while (n > 0) {
-        const ssize_t r = read(fd, p, n);
-        if (r <= 0) return false;
-        p += r;
-        n -= static_cast<size_t>(r);
-    }
-    return true;
-}
-
-bool WriteFull(int fd, const char* p, size_t n) {
-    while (n > 0) {
-        const ssize_t w = write(fd, p, n);
-        if (w <= 0) return false;
-        p += w;
-        n -= static_cast<size_t>(w);
-    }
-    return true;
+    return recv(fd, p, n, MSG_WAITALL) == static_cast<ssize_t>(n);
 }
 
 // One record-marked request on a stream; false when the peer went away.
@@ -150,8 +108,9 @@ bool ServeStream(int fd) {
     std::vector<char> out;
     if (!Answer(request.data(), request.size(), out)) return true;
     const uint32_t mark = htonl(0x80000000u | static_cast<uint32_t>(out.size()));
-    return WriteFull(fd, reinterpret_cast<const char*>(&mark), 4) &&
-           WriteFull(fd, out.data(), out.size());
+    out.insert(out.begin(), reinterpret_cast<const char*>(&mark),
+               reinterpret_cast<const char*>(&mark) + 4);
+    return send(fd, out.data(), out.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(out.size());
 }
 
 }  // namespace
@@ -164,9 +123,13 @@ bool AcceptStatus(const Call& call, accept_stat status, std::vector<char>& out) 
     return Encode(call, status, nullptr, nullptr, out);
 }
 
-int Count() { return g_count; }
+int Count() {
+    return g_count;
+}
 
-ModeRegistrar::ModeRegistrar(const char* name, Mode mode) { Modes()[name] = mode; }
+ModeRegistrar::ModeRegistrar(const char* name, Mode mode) {
+    Modes()[name] = mode;
+}
 
 Mode FindMode(const char* name) {
     const auto found = Modes().find(name);

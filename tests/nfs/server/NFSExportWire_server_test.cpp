@@ -27,39 +27,18 @@ using namespace kxNFSUtils;
 
 namespace {
 
-// Both fakes with every call recorded.
-class ExportPeers {
-public:
-    ExportPeers() {
-        auto& sandbox = kxtest::NFSSandbox::Get();
-        m_mount = sandbox.StartFake(100005, 3, "mountroot", 0, m_mountRecord);
-        m_nfs = sandbox.StartFake(100003, 3, "nfsfigures", 0, m_nfsRecord);
-    }
-    ~ExportPeers() {
-        if (m_nfs > 0) kxtest::NFSSandbox::Get().Stop(m_nfs);
-        if (m_mount > 0) kxtest::NFSSandbox::Get().Stop(m_mount);
-    }
-    ExportPeers(const ExportPeers&) = delete;
-    ExportPeers& operator=(const ExportPeers&) = delete;
+// Both fakes: MOUNT in mode "mountroot", NFS in "nfsfigures".
+bool Start(kxtest::FakeNFS& fake) {
+    return fake.Start("nfsfigures", 0, "mountroot");
+}
 
-    bool Up() const { return m_mount > 0 && m_nfs > 0; }
-    std::vector<kxfake::Call> MountCalls() const { return kxfake::ReadRecord(m_mountRecord); }
-    std::vector<kxfake::Call> NfsCalls() const { return kxfake::ReadRecord(m_nfsRecord); }
-
-    std::unique_ptr<NFSBrowse> Browse(int uid, const std::vector<int>& gids) const {
-        NFSBrowse* b = nullptr;
-        EXPECT_EQ(KX_OK, CreateNFSBrowse(b, inet_addr("127.0.0.1"), uid, gids, nullptr, eUseTCP,
-                                         "fake"));
-        return std::unique_ptr<NFSBrowse>(b);
-    }
-
-private:
-    kxtest::TempDir m_dir;
-    std::string m_mountRecord = m_dir / "mount-calls";
-    std::string m_nfsRecord = m_dir / "nfs-calls";
-    pid_t m_mount = -1;
-    pid_t m_nfs = -1;
-};
+// A browse object on the fakes, nothing mounted yet.
+std::unique_ptr<NFSBrowse> BrowseAs(int uid, const std::vector<int>& gids) {
+    NFSBrowse* b = nullptr;
+    EXPECT_EQ(KX_OK,
+              CreateNFSBrowse(b, inet_addr("127.0.0.1"), uid, gids, nullptr, eUseTCP, "fake"));
+    return std::unique_ptr<NFSBrowse>(b);
+}
 
 // The MOUNT path argument of an MNT or UMNT call.
 std::string PathArgument(const kxfake::Call& call) {
@@ -87,10 +66,10 @@ std::string Credential(const kxfake::Call& call) {
 }
 
 KX_FAKE_TEST(NFSExportWire, CredentialsAndUnmountOnTheWire) {
-    ExportPeers peers;
-    ASSERT_TRUE(peers.Up());
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(Start(fake));
     {
-        auto browse = peers.Browse(4321, {100, 200, 300});
+        auto browse = BrowseAs(4321, {100, 200, 300});
         ASSERT_TRUE(browse);
         ExportInfo info;
         ASSERT_TRUE(browse->FindMountPoint("/export/a", info));  // mounts "/" and "/export"
@@ -100,11 +79,11 @@ KX_FAKE_TEST(NFSExportWire, CredentialsAndUnmountOnTheWire) {
         // A refused mount is only an invalid record: its code is logged, never stored.
         EXPECT_TRUE(browse->Exports(list));
         EXPECT_EQ(0, browse->GetLastObjectError());
-        for (const kxfake::Call& c : peers.MountCalls()) EXPECT_NE(MOUNTPROC3_UMNT, c.procedure);
+        for (const kxfake::Call& c : fake.MountCalls()) EXPECT_NE(MOUNTPROC3_UMNT, c.procedure);
     }
     std::vector<std::string> mounts, unmounts;
     size_t lastMount = 0, firstUnmount = SIZE_MAX;
-    const std::vector<kxfake::Call> calls = peers.MountCalls();
+    const std::vector<kxfake::Call> calls = fake.MountCalls();
     for (size_t i = 0; i < calls.size(); ++i) {
         if (calls[i].procedure == MOUNTPROC3_MNT) {
             mounts.push_back(PathArgument(calls[i]));
@@ -125,10 +104,11 @@ KX_FAKE_TEST(NFSExportWire, CredentialsAndUnmountOnTheWire) {
     const std::string expected =
         std::string(kxSysInfo::GetComputerNameA()) + " 4321 100: 100 200 300";
     std::vector<kxfake::Call> all = calls;
-    for (kxfake::Call& c : peers.NfsCalls()) all.push_back(std::move(c));
+    for (kxfake::Call& c : fake.NfsCalls()) all.push_back(std::move(c));
     ASSERT_GT(all.size(), calls.size());
     for (const kxfake::Call& c : all)
-        EXPECT_EQ(expected, Credential(c)) << "program " << c.program << " procedure " << c.procedure;
+        EXPECT_EQ(expected, Credential(c))
+            << "program " << c.program << " procedure " << c.procedure;
 }
 
 void ExpectFigures(const ExportInfo& info, uint32_t maxTransfer, uint32_t multiple,
@@ -151,9 +131,9 @@ void ExpectFigures(const ExportInfo& info, uint32_t maxTransfer, uint32_t multip
 }
 
 KX_FAKE_TEST(NFSExportWire, FiguresOfEachExport) {
-    ExportPeers peers;
-    ASSERT_TRUE(peers.Up());
-    auto browse = peers.Browse(0, {0});
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(Start(fake));
+    auto browse = BrowseAs(0, {0});
     ASSERT_TRUE(browse);
     std::vector<ExportInfo> list;
     EXPECT_TRUE(browse->Exports(list));
@@ -180,23 +160,10 @@ KX_FAKE_TEST(NFSExportWire, FiguresOfEachExport) {
                   kxfake::kFakeExportFigures);
 }
 
-// The counts of the READ or WRITE requests received, in arrival order (both requests start
-// with handle, offset and count).
-std::vector<uint32_t> Counts(const std::vector<kxfake::Call>& calls, uint32_t procedure) {
-    std::vector<uint32_t> counts;
-    for (const kxfake::Call& c : calls) {
-        if (c.procedure != procedure) continue;
-        const kxfake::Args<read3args> a(c, xdr_read3args);
-        EXPECT_TRUE(a.ok);
-        counts.push_back(a.value.count);
-    }
-    return counts;
-}
-
 KX_FAKE_TEST(NFSExportWire, TransfersTakeTheExportsCrossedPreferredSizes) {
-    ExportPeers peers;
-    ASSERT_TRUE(peers.Up());
-    auto browse = peers.Browse(0, {0});
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(Start(fake));
+    auto browse = BrowseAs(0, {0});
     ASSERT_TRUE(browse);
     // "/export" prefers 64 KiB reads and 32 KiB writes; an entry opened below it carries both.
     std::unique_ptr<DirEntry> file(browse->Open("/export/f", false, false));
@@ -208,20 +175,22 @@ KX_FAKE_TEST(NFSExportWire, TransfersTakeTheExportsCrossedPreferredSizes) {
     std::vector<char> back(100u << 10);
     browse->Read(*file, back.data(), 0, back.size());  // the fake file is empty
     // Write cuts by the read size and Read by the write size (crossed on purpose).
-    const std::vector<kxfake::Call> calls = peers.NfsCalls();
-    EXPECT_EQ((std::vector<uint32_t>{65536, 36864}), Counts(calls, NFSPROC3_WRITE));
-    EXPECT_EQ((std::vector<uint32_t>{32768, 32768, 32768, 4096}), Counts(calls, NFSPROC3_READ));
+    std::vector<uint32_t> writes, reads;
+    for (const auto& request : fake.Requests(NFSPROC3_WRITE)) writes.push_back(request.second);
+    for (const auto& request : fake.Requests(NFSPROC3_READ)) reads.push_back(request.second);
+    EXPECT_EQ((std::vector<uint32_t>{65536, 36864}), writes);
+    EXPECT_EQ((std::vector<uint32_t>{32768, 32768, 32768, 4096}), reads);
 }
 
 KX_FAKE_TEST(NFSExportWire, RootExportServesEveryPath) {
-    ExportPeers peers;
-    ASSERT_TRUE(peers.Up());
-    auto browse = peers.Browse(0, {0});
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(Start(fake));
+    auto browse = BrowseAs(0, {0});
     ASSERT_TRUE(browse);
     const std::pair<const char*, const char*> cases[] = {
-        {"/elsewhere/x", "/"}, {"/", "/"}, {"/export", "/export"}, {"/export/deep/f", "/export"},
-        {"/exportx", "/"},
-        {"/refused/x", "/"},  // the longest export that mounts
+        {"/elsewhere/x", "/"},  {"/", "/"},
+        {"/export", "/export"}, {"/export/deep/f", "/export"},
+        {"/exportx", "/"},      {"/refused/x", "/"},  // the longest export that mounts
     };
     for (const auto& [path, expected] : cases) {
         ExportInfo info;

@@ -1,6 +1,6 @@
 // A browse object against the fake peer: MOUNT in mode "accept" (one export, /export/000000,
-// with a 4-byte root handle 01 02 03 04) and NFS in one of the NFS modes (fake/kxFakeNfs.h),
-// every NFS call recorded so that a test can check what went on the wire.
+// with a 4-byte root handle 01 02 03 04) or another MOUNT mode, and NFS in one of the NFS modes
+// (fake/kxFakeNfs.h), every call recorded so that a test can check what went on the wire.
 //
 // The real server holds both programs in the test's sandbox, so these tests run in a fresh one
 // of their own: RunInFakeSandbox<Body>() runs Body in a forked child (kxtest::InFreshSandbox),
@@ -33,11 +33,12 @@ public:
     FakeNFS(const FakeNFS&) = delete;
     FakeNFS& operator=(const FakeNFS&) = delete;
 
-    // Starts the two peers (again, after Stop); false when either did not come up.
-    bool Start(const std::string& nfsMode, int count) {
+    // Starts the two peers (again, after Stop), count handed to the NFS mode; false when either
+    // did not come up.
+    bool Start(const std::string& nfsMode, int count, const std::string& mountMode = "accept") {
         Stop();
         auto& sandbox = NFSSandbox::Get();
-        m_mount = sandbox.StartFake(100005, 3, "accept", 1);
+        m_mount = sandbox.StartFake(100005, 3, mountMode, 1, m_mountRecord);
         m_nfs = sandbox.StartFake(100003, 3, nfsMode, count, m_record);
         return m_mount > 0 && m_nfs > 0;
     }
@@ -64,10 +65,14 @@ public:
         return browse;
     }
 
+    // The calls each peer received so far, in arrival order (kept across restarts).
+    std::vector<kxfake::Call> MountCalls() const { return kxfake::ReadRecord(m_mountRecord); }
+    std::vector<kxfake::Call> NfsCalls() const { return kxfake::ReadRecord(m_record); }
+
     // The NFS calls of one procedure received so far, in arrival order.
     std::vector<kxfake::Call> Calls(uint32_t procedure) const {
         std::vector<kxfake::Call> calls;
-        for (kxfake::Call& c : kxfake::ReadRecord(m_record))
+        for (kxfake::Call& c : NfsCalls())
             if (c.procedure == procedure) calls.push_back(std::move(c));
         return calls;
     }
@@ -89,6 +94,7 @@ public:
 private:
     TempDir m_dir;
     std::string m_record = m_dir / "nfs-calls";
+    std::string m_mountRecord = m_dir / "mount-calls";
     pid_t m_mount = -1;
     pid_t m_nfs = -1;
 };
@@ -114,11 +120,11 @@ bool RunInFakeSandbox() {
 
 // A test whose body (the block that follows) runs in a fresh sandbox of its own; skipped where
 // no sandbox can exist.
-#define KX_FAKE_TEST(suite, name)                                                          \
-    void suite##_##name##_Body();                                                          \
-    TEST(suite, name) {                                                                    \
-        auto& sandbox = kxtest::NFSSandbox::Get();                                         \
-        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();                              \
-        EXPECT_TRUE(kxtest::RunInFakeSandbox<suite##_##name##_Body>());                    \
-    }                                                                                      \
+#define KX_FAKE_TEST(suite, name)                                       \
+    void suite##_##name##_Body();                                       \
+    TEST(suite, name) {                                                 \
+        auto& sandbox = kxtest::NFSSandbox::Get();                      \
+        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();           \
+        EXPECT_TRUE(kxtest::RunInFakeSandbox<suite##_##name##_Body>()); \
+    }                                                                   \
     void suite##_##name##_Body()

@@ -16,8 +16,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <thread>
@@ -25,8 +25,14 @@
 // The RPC library keeps a few bytes when clnt_create fails to find a program (a leak inside
 // the library, in its host-name path only); the address path the client uses is not covered.
 // Suppressions match on the whole stack, which the fast unwinder loses inside the library.
-extern "C" const char* __lsan_default_suppressions() { return "leak:clnt_create_timed\n"; }
-extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:clnt_create_timed\n";
+}
+extern "C" const char* __asan_default_options() {
+    return "fast_unwind_on_malloc=0";
+}
+// Present in the coverage build only: the forked sandboxes end with _exit, past its writer.
+extern "C" void __gcov_dump() __attribute__((weak));
 
 namespace kxtest {
 
@@ -57,7 +63,9 @@ void StopPid(pid_t& pid) {
     pid = -1;
 }
 
-bool Executable(const char* path) { return access(path, X_OK) == 0; }
+bool Executable(const char* path) {
+    return access(path, X_OK) == 0;
+}
 
 // The port mapper gives up root for its own user, which clears the parent-death signal: if the
 // test process crashes, the port mapper outlives it (harmlessly, in the dead namespace). It
@@ -79,6 +87,20 @@ bool LoopbackUp() {
     ok = ok && ioctl(s, SIOCSIFFLAGS, &ifr) == 0;
     close(s);
     return ok;
+}
+
+// Enters new network and mount namespaces with a private /run and the loopback up; what went
+// wrong otherwise.
+std::string EnterNamespaces() {
+    if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0)
+        return std::string("cannot create network and mount namespaces: ") + strerror(errno) +
+               " (the NFS tests need root or CAP_SYS_ADMIN)";
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") != 0)
+        return std::string("cannot mount a private /run: ") + strerror(errno);
+    if (!LoopbackUp())
+        return std::string("cannot bring up the private loopback: ") + strerror(errno);
+    return "";
 }
 
 }  // namespace
@@ -111,23 +133,11 @@ bool NFSSandbox::Enter() {
         m_why = "rpcbind is not installed (/usr/sbin/rpcbind)";
         return false;
     }
-    if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0) {
-        m_why = std::string("cannot create network and mount namespaces: ") + strerror(errno) +
-                " (the NFS tests need root or CAP_SYS_ADMIN)";
-        return false;
-    }
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") != 0) {
-        m_why = std::string("cannot mount a private /run: ") + strerror(errno);
-        return false;
-    }
+    m_why = EnterNamespaces();
+    if (!m_why.empty()) return false;
     mkdir("/var/lib/nfs", 0755);
     if (mount("tmpfs", "/var/lib/nfs", "tmpfs", 0, "mode=0755") != 0) {
         m_why = std::string("cannot mount a private /var/lib/nfs: ") + strerror(errno);
-        return false;
-    }
-    if (!LoopbackUp()) {
-        m_why = std::string("cannot bring up the private loopback: ") + strerror(errno);
         return false;
     }
     return true;
@@ -153,8 +163,7 @@ bool NFSSandbox::StartNFSServer() {
         return false;
     }
     m_exportRoot = m_dir / "export";
-    for (const char* d : {"", "/a", "/a/b", "/data"})
-        mkdir((m_exportRoot + d).c_str(), 0777);
+    for (const char* d : {"", "/a", "/a/b", "/data"}) mkdir((m_exportRoot + d).c_str(), 0777);
 
     const std::string conf = m_dir / "ganesha.conf";
     {
@@ -173,18 +182,20 @@ bool NFSSandbox::StartNFSServer() {
         };
         for (const auto& e : exports) {
             f << "EXPORT { Export_Id = " << e.id << "; Path = " << m_exportRoot << e.path
-              << "; Pseudo = /p" << e.id << "; Access_Type = RW; Squash = No_Root_Squash; Protocols = 3; Transports = UDP, TCP;"
+              << "; Pseudo = /p" << e.id
+              << "; Access_Type = RW; Squash = No_Root_Squash; Protocols = 3; Transports = UDP, "
+                 "TCP;"
                  " SecType = sys; "
               << e.extra << " FSAL { Name = VFS; } }\n";
         }
     }
     StartStatusMonitor();
-    m_nfsServer = SpawnChild({ganesha, "-F", "-f", conf, "-L", m_dir / "ganesha.log", "-p",
-                              m_dir / "ganesha.pid"});
+    m_nfsServer = SpawnChild(
+        {ganesha, "-F", "-f", conf, "-L", m_dir / "ganesha.log", "-p", m_dir / "ganesha.pid"});
     if (m_nfsServer < 0 || !WaitForRegistration(100005, 3, 20000) ||
         !WaitForRegistration(100003, 3, 20000)) {
         m_failure = "nfs-ganesha did not register MOUNT and NFS; its log:\n" +
-                ReadFile(m_dir / "ganesha.log");
+                    ReadFile(m_dir / "ganesha.log");
         StopPid(m_nfsServer);
         return false;
     }
@@ -222,11 +233,9 @@ pid_t NFSSandbox::StartFake(unsigned long program, unsigned long version, const 
     return pid;
 }
 
-void NFSSandbox::Stop(pid_t pid) { StopPid(pid); }
-
-}  // namespace kxtest
-
-namespace kxtest {
+void NFSSandbox::Stop(pid_t pid) {
+    StopPid(pid);
+}
 
 int InFreshSandbox(bool withPortMapper, int (*fn)()) {
     int fds[2];
@@ -236,9 +245,7 @@ int InFreshSandbox(bool withPortMapper, int (*fn)()) {
         close(fds[0]);
         int result = INT32_MIN;
         pid_t rpcbind = -1;
-        if (unshare(CLONE_NEWNET | CLONE_NEWNS) == 0 &&
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-            mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0 && LoopbackUp()) {
+        if (EnterNamespaces().empty()) {
             if (withPortMapper) {
                 rpcbind = SpawnPortMapper();
                 if (!WaitForRegistration(100000, 2, 10000)) StopPid(rpcbind);
@@ -247,6 +254,7 @@ int InFreshSandbox(bool withPortMapper, int (*fn)()) {
         }
         StopPid(rpcbind);
         if (write(fds[1], &result, sizeof result) != sizeof result) _exit(1);
+        if (__gcov_dump != nullptr) __gcov_dump();  // _exit skips the coverage build's own
         _exit(0);
     }
     close(fds[1]);
