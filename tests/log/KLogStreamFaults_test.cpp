@@ -1,6 +1,6 @@
 // Failures of the system on the log write path, injected through the OS seam: opening the file,
-// making and waiting on its named mutex, taking its lock, mapping and flushing it, a full disk,
-// and short or failing writes while it is resized. Each must end in its status, leak no
+// making and waiting on its named mutex, taking its lock, mapping and flushing it, a full disk
+// while it is made or resized, and short or failing writes while it is resized. Each must end in its status, leak no
 // descriptor, and lose none of the records written before: the next writer finds them all.
 #include <errno.h>
 #include <fcntl.h>
@@ -156,9 +156,9 @@ long Printf(KLogStream& s, const char* format, ...) {
 
 size_t OpenDescriptors() { return Names("/proc/self/fd").size(); }
 
-// When the fault is armed: while the stream is opened (at reopenKB), or while one record is
-// written or the stream is flushed.
-enum class Stage { kOpen, kPrintf, kFlush };
+// When the fault is armed: while the stream creates a file that did not exist, while it opens
+// the file (at reopenKB), or while one record is written or the stream is flushed.
+enum class Stage { kCreate, kOpen, kPrintf, kFlush };
 
 struct Case {
     const char* name;
@@ -174,6 +174,7 @@ struct Case {
 };
 
 const Case kCases[] = {
+    {"disk full while creating", Fault::kDiskFull, Stage::kCreate, 8, KX_E_LOG_RECREATE},
     {"open of the log file fails", Fault::kOpenLog, Stage::kOpen, 8, KX_E_FILE_OPEN},
     {"named mutex cannot be made", Fault::kShmOpen, Stage::kOpen, 8, KX_E_MUTEX_CREATE},
     {"named mutex cannot be waited on", Fault::kMutexWait, Stage::kOpen, 8, KX_E_WAIT_FAILED},
@@ -195,14 +196,17 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
         SCOPED_TRACE(c.name);
         TempDir dir;
         const std::string path = dir / "f.log";
-        std::vector<std::string> before;
-        {
-            KLogStream s(dir.path().c_str(), "f.log", 8, 0, true);
-            ASSERT_TRUE(s.IsLive());
-            for (int i = 0; i < 20; ++i) ASSERT_EQ(KX_OK, Printf(s, "record %d", i));
+        const bool opening = c.stage == Stage::kCreate || c.stage == Stage::kOpen;
+        std::vector<std::string> before{"<STRT>"};  // all a new file holds
+        if (c.stage != Stage::kCreate) {
+            {
+                KLogStream s(dir.path().c_str(), "f.log", 8, 0, true);
+                ASSERT_TRUE(s.IsLive());
+                for (int i = 0; i < 20; ++i) ASSERT_EQ(KX_OK, Printf(s, "record %d", i));
+            }
+            before = LogTexts(path);
+            ASSERT_EQ(21u, before.size());  // STRT and twenty texts
         }
-        before = LogTexts(path);
-        ASSERT_EQ(21u, before.size());  // STRT and twenty texts
 
         FaultEnv env;
         env.logPath = path;
@@ -212,10 +216,10 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
         const size_t descriptors = OpenDescriptors();
         {
             kxScopedEnv scope(&env);
-            if (c.stage == Stage::kOpen) env.fault = c.fault;
+            if (opening) env.fault = c.fault;
             KLogStream s(dir.path().c_str(), "f.log", c.reopenKB, 0, true);
             long result = s.GetOpenStatus();
-            if (c.stage != Stage::kOpen) {
+            if (!opening) {
                 ASSERT_TRUE(s.IsLive());
                 EXPECT_EQ(c.fileLockMode ? KLogLock::Mode::kFileLock : KLogLock::Mode::kMutex,
                           s.GetLockMode());
@@ -226,15 +230,16 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
                 EXPECT_EQ(KX_OK, Printf(s, "after"));
             }
             EXPECT_EQ(c.expected, result) << std::hex << result;
-            EXPECT_EQ(c.expected == KX_OK || c.stage != Stage::kOpen, s.IsLive());
+            EXPECT_EQ(c.expected == KX_OK || !opening, s.IsLive());
             EXPECT_GT(env.hits.load(), 0);
             env.fault = Fault::kNone;
         }
         EXPECT_EQ(descriptors, OpenDescriptors());
 
         // The next writer finds a valid file (finishing an interrupted resize from its scratch
-        // file) and re-creates nothing; the records are all there, and nothing else is left.
-        if (c.stage != Stage::kOpen) before.push_back("after");
+        // file, or making the one a full disk refused) and re-creates nothing; the records are
+        // all there, and nothing else is left.
+        if (!opening) before.push_back("after");
         if (c.endsResized) before.push_back("<RESZ 8 16>");
         {
             KLogStream again(dir.path().c_str(), "f.log", c.endsResized ? 16 : 8, 0, true);
@@ -245,27 +250,6 @@ TEST(KLogStreamFaultsTest, EachFailureEndsInItsStatusAndLosesNothing) {
         EXPECT_EQ(before, LogTexts(path));
         EXPECT_EQ((std::vector<std::string>{"f.log", "f.log.lock"}), Names(dir.path()));
     }
-}
-
-TEST(KLogStreamFaultsTest, CreatingOnAFullDiskFailsAndTheNextWriterStartsAfresh) {
-    TempDir dir;
-    const size_t descriptors = OpenDescriptors();
-    {
-        FaultEnv env;
-        env.fault = Fault::kDiskFull;
-        kxScopedEnv scope(&env);
-        KLogStream s(dir.path().c_str(), "f.log", 8, 0, true);
-        EXPECT_FALSE(s.IsLive());
-        EXPECT_EQ(KX_E_LOG_RECREATE, s.GetOpenStatus());
-        EXPECT_EQ(KX_E_LOG_NO_STREAM, Printf(s, "lost"));
-    }
-    EXPECT_EQ(descriptors, OpenDescriptors());
-    {
-        KLogStream s(dir.path().c_str(), "f.log", 8, 0, true);
-        ASSERT_TRUE(s.IsLive());
-        EXPECT_EQ(KX_OK, Printf(s, "first"));
-    }
-    EXPECT_EQ((std::vector<std::string>{"<STRT>", "first"}), LogTexts(dir / "f.log"));
 }
 
 }  // namespace
