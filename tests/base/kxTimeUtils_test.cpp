@@ -1,17 +1,14 @@
 // Dates checked against reference values from another calendar and time-zone implementation
-// (kxDateReference.inc, written by make_date_reference.py).
+// (kxDateReference.inc).
 #include "base/kxTimeUtils.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <ctime>
-#include <iterator>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "base/KCOleDateTime.h"
 #include "kxEnvOverride.h"
@@ -21,11 +18,11 @@ namespace {
 
 struct CalendarRow {
     int year, month, day, hour, minute, second, weekday, yearDay;
-    double date;        // day-count form
-    double continuous;  // days since 1899-12-30 on a continuous line
+    long days;  // whole days since 1899-12-30, negative before it
 };
 struct RoundingRow {
-    double date;
+    long days;
+    double seconds;  // into the day
     int year, month, day, hour, minute, second;
 };
 struct ZoneRow {
@@ -35,6 +32,15 @@ struct ZoneRow {
 };
 
 #include "kxDateReference.inc"
+
+// The day-count form: the time of day is added to the whole days, or subtracted before
+// 1899-12-30.
+double DayCount(long days, double seconds) {
+    return days >= 0 ? days + seconds / 86400 : days - seconds / 86400;
+}
+double DayCount(const CalendarRow& r) {
+    return DayCount(r.days, r.hour * 3600 + r.minute * 60 + r.second);
+}
 
 using Fields = std::tuple<int, int, int, int, int, int>;
 
@@ -68,16 +74,16 @@ TEST(DateReference, CalendarFieldsAndDayCountsAgree) {
         d = in;
         ASSERT_EQ(d.GetStatus(), KCOleDateTime::valid);
         // Within 4 ulps: the 32-bit target computes in extended precision and rounds twice.
-        EXPECT_DOUBLE_EQ(d.GetDate(), r.date);
+        EXPECT_DOUBLE_EQ(d.GetDate(), DayCount(r));
 
         tm f;
-        ASSERT_TRUE(kxTimeUtils::_AfxTmFromOleDate(r.date, f));
+        ASSERT_TRUE(kxTimeUtils::_AfxTmFromOleDate(DayCount(r), f));
         EXPECT_EQ(FieldsOf(f), FieldsOf(r));
         EXPECT_EQ(f.tm_wday, r.weekday);
         EXPECT_EQ(f.tm_yday, r.yearDay);
 
         _SYSTEMTIME out;
-        ASSERT_TRUE(KCOleDateTime(r.date).GetAsSystemTime(out));
+        ASSERT_TRUE(KCOleDateTime(DayCount(r)).GetAsSystemTime(out));
         EXPECT_EQ(Fields(out.wYear, out.wMonth, out.wDay, out.wHour, out.wMinute, out.wSecond),
                   FieldsOf(r));
         EXPECT_EQ(out.wDayOfWeek, r.weekday - 1);
@@ -85,32 +91,13 @@ TEST(DateReference, CalendarFieldsAndDayCountsAgree) {
     }
 }
 
-TEST(DateReference, ContinuousTimeLineOrdersEarlyDates) {
-    for (const CalendarRow& r : kCalendarRows) {
-        SCOPED_TRACE(Describe(r));
-        // The mapping cancels digits near day boundaries: compare to under a millisecond.
-        EXPECT_NEAR(kxTimeUtils::_AfxDoubleFromDate(r.date), r.continuous, 1e-8);
-        EXPECT_NEAR(kxTimeUtils::_AfxDateFromDouble(r.continuous), r.date, 1e-8);
-    }
-    std::vector<CalendarRow> rows(std::begin(kCalendarRows), std::end(kCalendarRows));
-    std::sort(rows.begin(), rows.end(), [](const CalendarRow& a, const CalendarRow& b) {
-        return a.continuous < b.continuous;
-    });
-    for (size_t i = 1; i < rows.size(); ++i) {
-        if (rows[i - 1].continuous == rows[i].continuous)
-            continue;
-        const KCOleDateTime earlier(rows[i - 1].date), later(rows[i].date);
-        EXPECT_TRUE(earlier < later && later > earlier && earlier <= later && !(earlier >= later))
-            << Describe(rows[i - 1]) << " vs " << Describe(rows[i]);
-    }
-}
-
 // Includes times just before midnight on days before 1899-12-30, which round into the next day.
 TEST(DateReference, RoundsToTheNearestSecond) {
     for (const RoundingRow& r : kRoundingRows) {
-        SCOPED_TRACE(testing::Message() << r.date);
+        const double date = DayCount(r.days, r.seconds);
+        SCOPED_TRACE(testing::Message() << date);
         tm f;
-        ASSERT_TRUE(kxTimeUtils::_AfxTmFromOleDate(r.date, f));
+        ASSERT_TRUE(kxTimeUtils::_AfxTmFromOleDate(date, f));
         EXPECT_EQ(FieldsOf(f), FieldsOf(r));
     }
 }
@@ -159,8 +146,8 @@ TEST(DateReference, UnixAndFileTimesRoundTripInEachZone) {
 
 TEST(DateReference, UnrepresentableTimesAreInvalid) {
     ZoneOverride zone("UTC");
-    KCOleDateTime d(2.5);
 #if LONG_MAX > 2147483647L
+    KCOleDateTime d(2.5);
     d = 253402300800L;  // 10000-01-01
     EXPECT_EQ(d.GetStatus(), KCOleDateTime::invalid);
     EXPECT_EQ(d.GetDate(), 2.5);  // only the status changes
@@ -169,21 +156,11 @@ TEST(DateReference, UnrepresentableTimesAreInvalid) {
     d = -2208902400L;  // 1900-01-02: before the Unix epoch is fine
     EXPECT_EQ(d.GetDate(), 3.0);
 #endif
-    d = -86400L;
-    EXPECT_EQ(d.GetStatus(), KCOleDateTime::valid);
-    EXPECT_EQ(d.GetDate(), 25568.0);  // 1969-12-31
 
     // Year 29228, or beyond time_t on the 32-bit target.
     const _FILETIME farFuture = {0xFFFFFFFFu, 0x7FFFFFFFu};
     EXPECT_EQ(KCOleDateTime(farFuture, false).GetStatus(), KCOleDateTime::invalid);
     EXPECT_EQ(KCOleDateTime(farFuture, true).GetStatus(), KCOleDateTime::invalid);
-
-    const time_t before = time(nullptr);
-    const KCOleDateTime now = KCOleDateTime::GetTickCount();
-    KCOleDateTime low, high;
-    low = static_cast<long>(before);
-    high = static_cast<long>(time(nullptr));
-    EXPECT_TRUE(low <= now && now <= high);
 }
 
 TEST(DayCount, RejectsImpossibleFields) {
