@@ -8,7 +8,6 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-#include <random>
 #include <string>
 
 namespace {
@@ -80,48 +79,6 @@ TEST(KxLogFormat, ResultsThatDoNotFitAreCutLikeTheCLibraryCutsThem) {
         Same(size, "%s and %08d then %-6s.", "some text", -123, "end");
     Same(8, "exactly7");
     Same(8, "exactly8!");
-}
-
-// Random formats of the handled conversions, with random flags, widths, sizes and values.
-TEST(KxLogFormat, RandomFormatsMatchTheCLibrary) {
-    std::mt19937_64 rng(2026);
-    auto pick = [&](const char* set) { return set[rng() % strlen(set)]; };
-    const long long edges[] = {0,         1,         -1,     9,      10,      -10,
-                               255,       256,       65535,  65536,  INT_MAX, INT_MIN,
-                               LLONG_MAX, LLONG_MIN, 0x7FFF, -0x8000};
-    for (int i = 0; i < 20000; ++i) {
-        std::string spec = "%";
-        for (int f = static_cast<int>(rng() % 3); f > 0; --f) spec += pick("-+ 0");
-        if (rng() % 2) spec += std::to_string(rng() % 14);
-        const char conv = pick("diuxXcs");
-        long long v = rng() % 3 ? edges[rng() % (sizeof edges / sizeof edges[0])]
-                                : static_cast<long long>(rng());
-        const std::string text = rng() % 2 ? "text " : "";
-        switch (conv) {
-            case 's': {
-                if (rng() % 2) spec += "." + std::to_string(rng() % 8);
-                Same(text + spec + "s|", "sample");
-                break;
-            }
-            case 'c':
-                Same(text + spec + "c|", static_cast<int>('A' + v % 26));
-                break;
-            default: {
-                const char* size = rng() % 5 == 0   ? "hh"
-                                   : rng() % 4 == 0 ? "h"
-                                   : rng() % 3 == 0 ? "ll"
-                                   : rng() % 2      ? "l"
-                                                    : "";
-                const std::string format = text + spec + size + conv + "|";
-                if (strcmp(size, "ll") == 0)
-                    Same(format, v);
-                else if (strcmp(size, "l") == 0)
-                    Same(format, static_cast<long>(v));
-                else
-                    Same(format, static_cast<int>(v));
-            }
-        }
-    }
 }
 
 }  // namespace
