@@ -120,9 +120,9 @@ uint32_t FileLockFlag(const std::string& lockPath) {
 }
 
 TEST(KLogLockTest, AppendInterruptedByADeadHolderIsUndone) {
-    // 20 records leave the next append in the middle of the ring; 60 bring it so near the end
+    // 20 records leave the next append in the middle of the ring; 140 bring it so near the end
     // of the 8 KB file that the half-written record goes to the first position.
-    for (int records : {20, 60}) {
+    for (int records : {20, 140}) {
         TempDir dir;
         const std::string path = dir / "m.log";
         {
@@ -134,6 +134,7 @@ TEST(KLogLockTest, AppendInterruptedByADeadHolderIsUndone) {
                 ASSERT_EQ(KX_OK, s.PrintString(text, i, kxLogSevProgress, 0));
             }
         }
+        const long wraps = KLogStream(path.c_str()).WrapCount();
         pid_t pid = kxtest::Spawn({KX_LOG_WRITER_BIN, "die-in-append", path});
         auto status = kxtest::WaitFor(pid, std::chrono::seconds(10));
         ASSERT_TRUE(status.has_value());
@@ -147,6 +148,9 @@ TEST(KLogLockTest, AppendInterruptedByADeadHolderIsUndone) {
         EXPECT_EQ("fresh 1", e.back().text);
         EXPECT_EQ(records + 2u, e.back().info.GetRecNum()) << "start record, old ones, fresh one";
         EXPECT_GT(e.size(), 10u) << "the records before the wiped ones survive";
+        const long freshWrapped = e.back().offset == kxLogFileHeaderSize ? 1 : 0;
+        EXPECT_EQ(wraps + freshWrapped, KLogStream(path.c_str()).WrapCount())
+            << "the dead append's wrap is undone";
     }
 }
 

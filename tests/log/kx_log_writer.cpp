@@ -46,7 +46,8 @@ int Write(const char* dir, const char* name, unsigned long kb, long count, const
 }
 
 // What a writer killed inside an append leaves: the journal active, and the start of a large
-// record written over the oldest records at the next position, never counted.
+// record written over the oldest records at the next position, never counted; when it wrapped,
+// the header's wrap count is already raised (an append raises it just before the count).
 int DieInAppend(const char* file) {
     KMutex local(false);
     if (local.Create() != KX_OK) return 2;
@@ -77,6 +78,7 @@ int DieInAppend(const char* file) {
     rec->SetSignature(kxLogRecSignature);
     rec->SetSize(space);
     memset(at + kxLogRecHeaderSize, 'Z', space / 2);
+    if (offset == kxLogFileHeaderSize) ++static_cast<uint32_t*>(map)[6];  // the wrap count
     kill(getpid(), SIGKILL);
     return 0;
 }
