@@ -1,12 +1,13 @@
-// The pipelined transfer's reply decoder on refusals and hostile replies. Its calls and the
-// replies of a real server are exercised by the transfer tests against one; arbitrary bytes are
-// the fuzz target's part.
+// The wire format of the pipelined transfer: a call decoded back with the RPC library's own
+// routines, replies laid out by hand, refusals and hostile replies. Arbitrary bytes are the fuzz
+// target's part.
 #include "nfs/kxNFS3Pipeline.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,50 @@ bool Decode(const std::vector<uint32_t>& words, bool isRead, NFS3TransferReply& 
                                isRead, out);
 }
 
+// A WRITE past 4 GiB with a handle and data that both need padding.
+TEST(NFS3PipelineWire, CallsDecodeWithTheRpcLibrary) {
+    RPCAuth* a = nullptr;
+    ASSERT_EQ(KX_OK, CreateRPCAuth(a, 1234, {56, 78}));
+    std::unique_ptr<RPCAuth> auth(a);
+    char handle[] = "0123456789abcdefghijklmnopqrstuvwxyzABCDEF";
+    const nfs_fh3 file{{42, handle}};
+    const std::string data = "seven bytes and then some: 31 of them";
+    const uint32_t count = static_cast<uint32_t>(data.size());
+    std::vector<char> call;
+    ASSERT_TRUE(
+        EncodeTransferCall(0xA1B2C3D4, auth->Handle(), true, file, 0x123456789ull, count, call));
+    call.insert(call.end(), data.begin(), data.end());
+    call.insert(call.end(), WritePadding(count), '\0');
+    uint32_t mark;
+    memcpy(&mark, call.data(), 4);
+    EXPECT_EQ(0x80000000u | (call.size() - 4), ntohl(mark)) << "one last fragment";
+
+    XDR x;
+    xdrmem_create(&x, call.data() + 4, static_cast<u_int>(call.size() - 4), XDR_DECODE);
+    rpc_msg msg{};
+    char cred[MAX_AUTH_BYTES], verf[MAX_AUTH_BYTES];
+    msg.rm_call.cb_cred.oa_base = cred;
+    msg.rm_call.cb_verf.oa_base = verf;
+    ASSERT_TRUE(xdr_callmsg(&x, &msg));
+    EXPECT_EQ(0xA1B2C3D4u, msg.rm_xid);
+    EXPECT_EQ(7u, msg.rm_call.cb_proc);
+    write3args args{};
+    ASSERT_TRUE(xdr_write3args(&x, &args));
+    EXPECT_EQ(0x123456789ull, args.offset);
+    EXPECT_EQ(count, args.count);
+    EXPECT_EQ(data, std::string(args.data.data_val, args.data.data_len));
+    EXPECT_EQ(std::string(handle, 42),
+              std::string(args.file.data.data_val, args.file.data.data_len));
+    xdr_free(reinterpret_cast<xdrproc_t>(xdr_write3args), reinterpret_cast<char*>(&args));
+    EXPECT_EQ(xdr_getpos(&x), call.size() - 4) << "nothing left over";
+    xdr_destroy(&x);
+
+    nfs_fh3 tooLong = file;
+    tooLong.data.data_len = NFS3_FHSIZE + 1;
+    EXPECT_FALSE(EncodeTransferCall(1, auth->Handle(), false, tooLong, 0, 1, call));
+    EXPECT_FALSE(EncodeTransferCall(1, nullptr, false, file, 0, 1, call));
+}
+
 // Without attributes the data starts four words earlier than a real server's replies put it.
 TEST(NFS3PipelineWire, ReadReplyWithoutAttributes) {
     const std::vector<uint32_t> words = Words(
@@ -46,6 +91,10 @@ TEST(NFS3PipelineWire, ReadReplyWithoutAttributes) {
 TEST(NFS3PipelineWire, RefusalsAndHostileReplies) {
     NFS3TransferReply r;
     // Accepted but not executed, and denied: the RPC library's statuses.
+    ASSERT_TRUE(Decode(Words({5, REPLY, MSG_ACCEPTED, 0, 0, PROG_UNAVAIL}), true, r));
+    EXPECT_EQ(RPC_PROGUNAVAIL, r.rpc);
+    ASSERT_TRUE(Decode(Words({5, REPLY, MSG_ACCEPTED, 0, 0, PROG_MISMATCH, 3, 3}), true, r));
+    EXPECT_EQ(RPC_PROGVERSMISMATCH, r.rpc);
     ASSERT_TRUE(Decode(Words({5, REPLY, MSG_ACCEPTED, 0, 0, PROC_UNAVAIL}), true, r));
     EXPECT_EQ(RPC_PROCUNAVAIL, r.rpc);
     ASSERT_TRUE(Decode(Words({5, REPLY, MSG_ACCEPTED, 0, 0, GARBAGE_ARGS}), false, r));

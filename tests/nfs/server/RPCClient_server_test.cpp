@@ -63,6 +63,7 @@ protected:
 TEST_F(FakePeer, ProgUnavailableReplyFailsButReportsItsXid) {
     auto client = Start("progunavail");
     ASSERT_TRUE(client);
+    EXPECT_EQ(RPCClient::PROTOCOL_UDP, client->ProtocolUsed());
     unsigned first = 0, second = 0;
     ASSERT_EQ(RPC_SUCCESS, client->Call(0, kVoid, nullptr, first));
     ASSERT_EQ(RPC_SUCCESS, client->Call(0, kVoid, nullptr, second));
