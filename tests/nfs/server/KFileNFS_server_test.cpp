@@ -6,11 +6,9 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "kxNFSServerTest.h"
 #include "kxToolRun.h"
@@ -26,6 +24,7 @@ using kxtest::Put;
 using kxtest::RandomBytes;
 
 const std::string kHost = "127.0.0.2";
+const unsigned long kRefused = static_cast<unsigned long>(KX_E_REFUSED);
 
 uint64_t Ticks(const _FILETIME& t) { return (uint64_t{t.dwHighDateTime} << 32) | t.dwLowDateTime; }
 
@@ -56,12 +55,6 @@ protected:
         EXPECT_EQ(0, stat(path.c_str(), &st)) << path;
         return st;
     }
-    static uint64_t Position(KFileABC& f) {
-        long high = 0;
-        const unsigned long low = f.SetFilePointer(0, &high, FILE_CURRENT);
-        return (static_cast<uint64_t>(static_cast<uint32_t>(high)) << 32) |
-               static_cast<uint32_t>(low);
-    }
     static std::string ReadAll(KFileABC& f, size_t n) {
         std::string s(n, '\0');
         unsigned long got = 0;
@@ -78,36 +71,23 @@ protected:
     std::string dir;
 };
 
-const unsigned long kRefused = static_cast<unsigned long>(KX_E_REFUSED);
-
 TEST_F(KFileNFSTest, DispositionsCreateKeepTruncateOrRefuse) {
     KFile f;
-    // Missing file: the dispositions that need it refuse and make nothing.
-    EXPECT_EQ(kRefused, Open(f, Remote("f"), OPEN_EXISTING));
-    EXPECT_FALSE(f.IsOpen());
     EXPECT_EQ(kRefused, Open(f, Remote("f"), TRUNCATE_EXISTING));
+    EXPECT_FALSE(f.IsOpen());
     EXPECT_FALSE(Exists(Local("f")));
 
     ASSERT_EQ(0u, Open(f, Remote("f"), CREATE_NEW));
-    EXPECT_TRUE(f.IsOpen());
     EXPECT_FALSE(f.IsPreExisting());
     EXPECT_EQ(Remote("f"), f.GetFileName());
     EXPECT_TRUE(Write(f, "first contents"));
-    EXPECT_EQ("first contents", Get(Local("f")));
-
-    // CREATE_NEW on the existing file: refused, closed, contents untouched.
     EXPECT_EQ(kRefused, Open(f, Remote("f"), CREATE_NEW));
     EXPECT_FALSE(f.IsOpen());
     EXPECT_EQ("first contents", Get(Local("f")));
 
-    ASSERT_EQ(0u, Open(f, Remote("f"), OPEN_ALWAYS));
-    EXPECT_TRUE(f.IsPreExisting());
-    EXPECT_EQ("first contents", ReadAll(f, 14));
-
     ASSERT_EQ(0u, Open(f, Remote("f"), TRUNCATE_EXISTING));
     EXPECT_TRUE(f.IsPreExisting());
     EXPECT_EQ(0, Stat(Local("f")).st_size);
-    EXPECT_EQ(0u, f.GetFileSize(nullptr));
 
     // CREATE_ALWAYS removes and creates again: a second link keeps the old contents.
     Put(Local("f"), "old contents");
@@ -115,12 +95,8 @@ TEST_F(KFileNFSTest, DispositionsCreateKeepTruncateOrRefuse) {
     const ino_t before = Stat(Local("f")).st_ino;
     ASSERT_EQ(0u, Open(f, Remote("f"), CREATE_ALWAYS));
     EXPECT_TRUE(f.IsPreExisting());
-    EXPECT_EQ(0, Stat(Local("f")).st_size);
     EXPECT_NE(before, Stat(Local("f")).st_ino);
     EXPECT_EQ("old contents", Get(Local("kept")));
-    ASSERT_EQ(0u, Open(f, Remote("new"), CREATE_ALWAYS));
-    EXPECT_FALSE(f.IsPreExisting());
-    EXPECT_TRUE(Exists(Local("new")));
 
     // A directory opens for queries, but is never removed or truncated.
     ASSERT_EQ(0, mkdir(Local("sub").c_str(), 0777));
@@ -131,16 +107,11 @@ TEST_F(KFileNFSTest, DispositionsCreateKeepTruncateOrRefuse) {
 
     // Failures that are not a missing name come back with the browse layer's code.
     EXPECT_EQ(static_cast<unsigned long>(KX_E_NFS_NOENT), Open(f, Remote("none/f"), CREATE_NEW));
-    EXPECT_EQ(static_cast<unsigned long>(KX_E_NFS_NO_EXPORT),
-              Open(f, kHost + ":/not/exported", OPEN_ALWAYS));
     KFileNFS direct;
-    EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT),
-              Open(direct, Local("f"), OPEN_EXISTING))
+    EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Local("f"), OPEN_EXISTING))
         << "no host part";
-    EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Remote("g"), 0));
     EXPECT_EQ(static_cast<unsigned long>(KX_E_BAD_ARGUMENT), Open(direct, Remote("g"), 6));
     EXPECT_FALSE(Exists(Local("g")));
-    EXPECT_STREQ("", direct.GetFileName());
 }
 
 TEST_F(KFileNFSTest, ReadsWritesAndPositionsKeepTheirWin32Quirks) {
@@ -150,11 +121,8 @@ TEST_F(KFileNFSTest, ReadsWritesAndPositionsKeepTheirWin32Quirks) {
     // Across several of the export's 64 KiB chunks, at an odd offset.
     EXPECT_EQ(12345u, f.SetFilePointer(12345, nullptr, FILE_BEGIN));
     ASSERT_TRUE(Write(f, data));
-    EXPECT_EQ(12345u + data.size(), Position(f));
     const std::string local = Get(Local("f"));
-    ASSERT_EQ(12345u + data.size(), local.size());
-    EXPECT_EQ(std::string(12345, '\0'), local.substr(0, 12345));
-    EXPECT_TRUE(local.substr(12345) == data);
+    EXPECT_TRUE(local == std::string(12345, '\0') + data);
     EXPECT_EQ(212345u, f.GetFileSize(nullptr)) << "the size follows the handle's own writes";
 
     // FILE_END subtracts: 50 moves back from the end. Reading past the end is a short read:
@@ -165,30 +133,20 @@ TEST_F(KFileNFSTest, ReadsWritesAndPositionsKeepTheirWin32Quirks) {
     EXPECT_FALSE(f.ReadFile(&buf[0], 100, &got, nullptr));
     EXPECT_EQ(50u, got);
     EXPECT_TRUE(buf.substr(0, 50) == data.substr(data.size() - 50));
-    EXPECT_EQ(212345u, Position(f));
+    EXPECT_EQ(212345u, f.SetFilePointer(0, nullptr, FILE_CURRENT));
 
     // A negative low word makes the high word all ones whatever the caller's high word says.
     long high = 1;
     EXPECT_EQ(212344u, f.SetFilePointer(-1, &high, FILE_CURRENT));
     EXPECT_EQ(0, high);
-    EXPECT_EQ(112344u, f.SetFilePointer(-100000, nullptr, FILE_CURRENT));
     high = 0;
     EXPECT_EQ(0xFFFFFFFFul, f.SetFilePointer(-1, &high, FILE_BEGIN));
     EXPECT_EQ(-1, high);
-    EXPECT_EQ(~uint64_t{0}, Position(f));
     EXPECT_FALSE(f.ReadFile(&buf[0], 10, &got, nullptr)) << "no such position";
     EXPECT_EQ(0u, got);
-    EXPECT_EQ(~uint64_t{0}, Position(f));
     high = 0;
     EXPECT_EQ(0xFFFFFFFFul, f.SetFilePointer(5, &high, 3)) << "unknown method: no move";
     EXPECT_EQ(-1, high);
-
-    // Writing past the end leaves a hole of zeros.
-    f.SetFilePointer(300000, nullptr, FILE_BEGIN);
-    ASSERT_TRUE(Write(f, "tail"));
-    EXPECT_EQ(300004, Stat(Local("f")).st_size);
-    f.SetFilePointer(299998, nullptr, FILE_BEGIN);
-    EXPECT_EQ(std::string("\0\0tail", 6), ReadAll(f, 6));
 
     // Each direction needs its access: a read-only handle writes nothing, and the reverse.
     KFile reader, writer;
@@ -196,10 +154,9 @@ TEST_F(KFileNFSTest, ReadsWritesAndPositionsKeepTheirWin32Quirks) {
     unsigned long put = 9;
     EXPECT_FALSE(reader.WriteFile("zz", 2, &put, nullptr));
     EXPECT_EQ(0u, put);
-    EXPECT_EQ(0, Get(Local("f")).compare(0, 2, std::string(2, '\0')));
+    EXPECT_TRUE(local == Get(Local("f")));
     ASSERT_EQ(0u, Open(writer, Remote("f"), OPEN_EXISTING, GENERIC_WRITE));
     EXPECT_FALSE(writer.ReadFile(&buf[0], 2, &got, nullptr));
-    EXPECT_EQ(0u, got);
 }
 
 TEST_F(KFileNFSTest, SizesTimesAndTruncation) {
@@ -209,13 +166,9 @@ TEST_F(KFileNFSTest, SizesTimesAndTruncation) {
     f.SetFilePointer(40, nullptr, FILE_BEGIN);
     ASSERT_TRUE(f.SetEndOfFile());
     EXPECT_EQ(40, Stat(Local("f")).st_size);
-    _LARGE_INTEGER size{};
-    ASSERT_TRUE(f.GetFileSizeEx(&size));
-    EXPECT_EQ(40, size.QuadPart);
     f.SetFilePointer(5000, nullptr, FILE_BEGIN);
     ASSERT_TRUE(f.SetEndOfFile());
     EXPECT_EQ(std::string(4960, '\0'), Get(Local("f")).substr(40));
-    EXPECT_TRUE(f.GetFileSizeEx(nullptr));
 
     // Client times to the 100 ns tick; the creation time is ignored and reported as zero.
     const uint64_t access = kxFileTimeUnixEpoch + 981173106ull * 10000000ull + 1234567;
@@ -247,11 +200,8 @@ TEST_F(KFileNFSTest, SizesTimesAndTruncation) {
               Ticks(gw));
     struct stat remote {};
     ASSERT_EQ(0, f.fstat(&remote));
-    EXPECT_TRUE(S_ISREG(remote.st_mode));
-    EXPECT_EQ(st.st_mode & 07777, remote.st_mode & 07777);
+    EXPECT_EQ(st.st_mode, remote.st_mode);
     EXPECT_EQ(st.st_size, remote.st_size);
-    EXPECT_EQ(st.st_mtim.tv_sec, remote.st_mtim.tv_sec);
-    EXPECT_EQ(st.st_nlink, remote.st_nlink);
 }
 
 TEST_F(KFileNFSTest, ViewsAreCopiesWrittenBackOnFlushAndUnmap) {
@@ -273,43 +223,37 @@ TEST_F(KFileNFSTest, ViewsAreCopiesWrittenBackOnFlushAndUnmap) {
     ASSERT_TRUE(f.UnmapViewOfFile(view));
     EXPECT_EQ(nullptr, f.GetFileMapping());
     EXPECT_EQ("UNMAPPD", Get(Local("f")).substr(5089, 7));
-    EXPECT_EQ(0, f.UnMapFile()) << "nothing mapped";
 
-    // A FILE_MAP_READ view is never written back, and flushing it needs no server.
+    // Read-only views, a view dropped by mapping again, a view longer than the file (which
+    // fails and never grows it): none is written back.
     const std::string before = Get(Local("f"));
     view = static_cast<char*>(f.MapViewOfFile(FILE_MAP_READ, 0, 0, 100));
     ASSERT_NE(nullptr, view);
     memset(view, 'r', 100);
     EXPECT_TRUE(f.FlushViewOfFile(view, 100));
     EXPECT_TRUE(f.UnmapViewOfFile(view));
-    // Mapping again drops the earlier view without writing it back.
     view = static_cast<char*>(f.MapViewOfFile(FILE_MAP_ALL_ACCESS, 0, 0, 100));
     ASSERT_NE(nullptr, view);
     memset(view, 'd', 100);
     ASSERT_NE(nullptr, f.MapViewOfFile(FILE_MAP_ALL_ACCESS, 0, 200, 100));
     EXPECT_EQ(0, f.UnMapFile());
+    view = static_cast<char*>(f.MapFile(nullptr, PAGE_READONLY, 0, 10, nullptr));
+    ASSERT_NE(nullptr, view);
+    memset(view, 'p', 10);
+    EXPECT_EQ(0, f.UnMapFile());
+    EXPECT_EQ(nullptr, f.MapFile(nullptr, PAGE_READWRITE, 0, 9000, "name"));
+    EXPECT_EQ(0, f.UnMapFile());
     EXPECT_EQ(before, Get(Local("f")));
 
-    // MapFile: a writable view of the first bytes, unless read-only protection is asked for.
+    // MapFile with write protection: a writable view of the first bytes.
     view = static_cast<char*>(f.MapFile(nullptr, PAGE_READWRITE, 0, 8192, "name"));
     ASSERT_NE(nullptr, view);
     memcpy(view + 8185, "MAPFILE", 7);
     EXPECT_EQ(0, f.UnMapFile());
     EXPECT_EQ("MAPFILE", Get(Local("f")).substr(8185));
-    view = static_cast<char*>(f.MapFile(nullptr, PAGE_READONLY, 0, 10, nullptr));
-    ASSERT_NE(nullptr, view);
-    memset(view, 'p', 10);
-    EXPECT_EQ(0, f.UnMapFile());
-    EXPECT_NE(std::string(10, 'p'), Get(Local("f")).substr(0, 10));
-
-    // A view longer than the file fails and is never written back: the file keeps its size.
-    const std::string whole = Get(Local("f"));
-    EXPECT_EQ(nullptr, f.MapViewOfFile(FILE_MAP_WRITE, 0, 0, 9000));
-    EXPECT_EQ(nullptr, f.MapFile(nullptr, PAGE_READWRITE, 0, 9000, "name")) << "never grows";
-    EXPECT_EQ(0, f.UnMapFile());
-    EXPECT_EQ(whole, Get(Local("f")));
 
     // A handle without write access never writes a view back.
+    const std::string whole = Get(Local("f"));
     KFile reader;
     ASSERT_EQ(0u, Open(reader, Remote("f"), OPEN_EXISTING, GENERIC_READ));
     view = static_cast<char*>(reader.MapViewOfFile(FILE_MAP_WRITE, 0, 0, 64));
@@ -323,44 +267,21 @@ TEST_F(KFileNFSTest, ViewsAreCopiesWrittenBackOnFlushAndUnmap) {
     EXPECT_EQ(0, memcmp(view, whole.data() + 8000, 192));
 }
 
-TEST_F(KFileNFSTest, ViewsStopAtOneMebibyte) {
-    const std::string data = RandomBytes(KFileNFS::kMaxView + 1, 4);
-    Put(Local("f"), data);
-    KFile f;
-    ASSERT_EQ(0u, Open(f, Remote("f"), OPEN_EXISTING));
-    EXPECT_EQ(nullptr, f.MapViewOfFile(FILE_MAP_READ, 0, 0, KFileNFS::kMaxView + 1));
-    EXPECT_EQ(nullptr, f.GetFileMapping()) << "refused before anything is read";
-    EXPECT_EQ(nullptr, f.MapViewOfFile(FILE_MAP_READ, 0, 0, 0)) << "the whole file is too long";
-    auto* view = static_cast<char*>(f.MapViewOfFile(FILE_MAP_WRITE, 0, 0, KFileNFS::kMaxView));
-    ASSERT_NE(nullptr, view);
-    EXPECT_EQ(0, memcmp(view, data.data(), KFileNFS::kMaxView));
-    view[KFileNFS::kMaxView - 1] ^= 0x55;
-    ASSERT_TRUE(f.UnmapViewOfFile(view));
-    std::string expected = data;
-    expected[KFileNFS::kMaxView - 1] ^= 0x55;
-    EXPECT_TRUE(expected == Get(Local("f")));
-}
-
+// Positions and sizes past 4 GiB keep their high words (a hole, so the file takes no space).
 TEST_F(KFileNFSTest, SparseFilePastFourGiB) {
     KFile f;
     ASSERT_EQ(0u, Open(f, Remote("sparse"), CREATE_NEW));
     long high = 1;
     EXPECT_EQ(0x40000003ul, f.SetFilePointer(0x40000003, &high, FILE_BEGIN));
-    EXPECT_EQ(1, high);
     ASSERT_TRUE(Write(f, "beyond four GiB!"));
-    const uint64_t size = 0x140000013ull;
-    EXPECT_EQ(size, Position(f));
     unsigned long sizeHigh = 0;
     EXPECT_EQ(0x40000013ul, f.GetFileSize(&sizeHigh));
     EXPECT_EQ(1ul, sizeHigh);
-    _LARGE_INTEGER li{};
-    ASSERT_TRUE(f.GetFileSizeEx(&li));
-    EXPECT_EQ(static_cast<int64_t>(size), li.QuadPart);
-    struct stat st = Stat(Local("sparse"));
-    EXPECT_EQ(static_cast<off_t>(size), st.st_size);
-    EXPECT_LT(st.st_blocks, 1024) << "the hole takes no space";
-
-    // Back from the end by 0x13 (FILE_END subtracts), and read across the hole's end.
+    EXPECT_EQ(0x140000013ll, Stat(Local("sparse")).st_size);
+    _LARGE_INTEGER size{};
+    ASSERT_TRUE(f.GetFileSizeEx(&size));
+    EXPECT_EQ(0x140000013ll, size.QuadPart);
+    EXPECT_TRUE(f.GetFileSizeEx(nullptr));
     high = 0;
     EXPECT_EQ(0x40000000ul, f.SetFilePointer(0x13, &high, FILE_END));
     EXPECT_EQ(1, high);
@@ -368,31 +289,20 @@ TEST_F(KFileNFSTest, SparseFilePastFourGiB) {
     auto* view = static_cast<const char*>(f.MapViewOfFile(FILE_MAP_READ, 1, 0x40000003, 16));
     ASSERT_NE(nullptr, view);
     EXPECT_EQ("beyond four GiB!", std::string(view, 16));
-
-    f.SetFilePointer(1, &(high = 1), FILE_BEGIN);
-    ASSERT_TRUE(f.SetEndOfFile());
-    EXPECT_EQ(0x100000001ll, Stat(Local("sparse")).st_size);
-    struct stat remote {};
-    ASSERT_EQ(0, f.fstat(&remote));
-    EXPECT_EQ(0x100000001ll, remote.st_size);
     _WIN32_FIND_DATAA fd{};
     ASSERT_EQ(0, f.GetWinFindData(Remote("sparse").c_str(), &fd));
     EXPECT_EQ(1u, fd.nFileSizeHigh);
-    EXPECT_EQ(1u, fd.nFileSizeLow);
 }
 
+// The handle's credentials are the ones the server sees: another owner may not write.
 TEST_F(KFileNFSTest, CredentialsReachTheServer) {
     Put(Local("owned"), "original");
     ASSERT_EQ(0, chown(Local("owned").c_str(), 1234, 1234));
     ASSERT_EQ(0, chmod(Local("owned").c_str(), 0644));
-
-    KFile other;
+    KFile other, owner;
     other.SetNFSCredentials(4321, {4321});
     ASSERT_EQ(0u, Open(other, Remote("owned"), OPEN_EXISTING));
     EXPECT_FALSE(Write(other, "changed!"));
-    EXPECT_EQ("original", Get(Local("owned")));
-
-    KFile owner;
     owner.SetNFSCredentials(1234, {1234});
     ASSERT_EQ(0u, Open(owner, Remote("owned"), OPEN_EXISTING));
     EXPECT_TRUE(Write(owner, "changed!"));
@@ -407,7 +317,6 @@ TEST_F(KFileNFSTest, QueriesAndHandleRecords) {
     ASSERT_EQ(0u, Open(f, Remote("f"), OPEN_EXISTING, GENERIC_READ));
     EXPECT_TRUE(f.IsDir(Remote("sub").c_str()));
     EXPECT_FALSE(f.IsDir(Remote("g").c_str()));
-    EXPECT_FALSE(f.IsDir(Remote("missing").c_str()));
     EXPECT_FALSE(f.IsDir(Local("sub").c_str())) << "no host part";
 
     _WIN32_FIND_DATAA fd;
@@ -417,21 +326,16 @@ TEST_F(KFileNFSTest, QueriesAndHandleRecords) {
     ASSERT_EQ(0, f.GetWinFindData(Remote("g").c_str(), &fd));
     EXPECT_EQ(0u, fd.dwFileAttributes);
     EXPECT_EQ(3u, fd.nFileSizeLow);
-    EXPECT_STREQ("g", fd.cFileName);
     EXPECT_EQ(KX_E_FILE_FIND, f.GetWinFindData(Remote("missing").c_str(), &fd));
     EXPECT_EQ(0, fd.cFileName[0]);
-    EXPECT_EQ(KX_E_BAD_ARGUMENT, f.GetWinFindData(nullptr, &fd));
     // The queries leave the handle's own file alone.
     EXPECT_EQ("0123", ReadAll(f, 4));
-    EXPECT_EQ(Remote("f"), f.GetFileName());
 
-    // The entry's identity: the server's file number is the local inode.
     KFileNFS direct;
     ASSERT_EQ(0u, Open(direct, Remote("f"), OPEN_EXISTING, GENERIC_READ));
     EXPECT_EQ(kxNFSUtils::kDirEntryRegular, direct.GetFileType());
     EXPECT_EQ(static_cast<uint64_t>(Stat(Local("f")).st_ino), direct.GetFileId());
     EXPECT_NE(0u, direct.GetFileSystemId());
-
     // A record tagged 0xFEFFFEFF replaces the open handle's entry: its reads go to that file.
     kxNFSUtils::NFSBrowse* b = nullptr;
     ASSERT_EQ(KX_OK, kxNFSUtils::CreateNFSBrowse(b, kHost, 0, {0}, nullptr, kxNFSUtils::eUseTCP));
@@ -439,11 +343,9 @@ TEST_F(KFileNFSTest, QueriesAndHandleRecords) {
     std::unique_ptr<kxNFSUtils::DirEntry> entry(browse->Open(Local("g"), false, false));
     ASSERT_TRUE(entry);
     EXPECT_NE(nullptr, direct.SetHandle(entry.get()));
-    EXPECT_EQ(3u, direct.GetFileSize(nullptr));
     EXPECT_EQ("abc", ReadAll(direct, 3));
     uint32_t untagged[64] = {0x12345678};
     EXPECT_EQ(nullptr, direct.SetHandle(untagged));
-    EXPECT_EQ(3u, direct.GetFileSize(nullptr));
 
     // Through KFile: the record makes a remote handle with no connection of its own; it answers
     // from the record, and reads fail.
@@ -454,10 +356,7 @@ TEST_F(KFileNFSTest, QueriesAndHandleRecords) {
     EXPECT_TRUE(record.GetFileTime(nullptr, nullptr, &w));
     EXPECT_EQ(entry->writeTime, Ticks(w));
     char c;
-    unsigned long got = 1;
-    EXPECT_FALSE(record.ReadFile(&c, 1, &got, nullptr));
-    EXPECT_EQ(0u, got);
-    EXPECT_EQ(nullptr, record.MapViewOfFile(FILE_MAP_READ, 0, 0, 1));
+    EXPECT_FALSE(record.ReadFile(&c, 1, nullptr, nullptr));
 }
 
 TEST_F(KFileNFSTest, LocksGoThroughTheServersLockManager) {
@@ -465,7 +364,6 @@ TEST_F(KFileNFSTest, LocksGoThroughTheServersLockManager) {
         GTEST_SKIP() << "rpc.statd is not installed: the server grants no locks";
     Put(Local("f"), "locked");
     KFile reader, writer;
-    EXPECT_EQ(KX_E_REFUSED, reader.TryLockFile(false)) << "nothing open";
     ASSERT_EQ(0u, Open(reader, Remote("f"), OPEN_EXISTING, GENERIC_READ));
     ASSERT_EQ(0u, Open(writer, Remote("f"), OPEN_EXISTING));
     EXPECT_EQ(KX_E_FILE_LOCK, reader.TryLockFile(true)) << "exclusive needs write access";
@@ -482,7 +380,6 @@ TEST_F(KFileNFSTest, LocksGoThroughTheServersLockManager) {
     ASSERT_TRUE(entry);
     ASSERT_TRUE(other->LockFile(*entry, true, true));
     EXPECT_EQ(KX_S_WAIT_TIMEOUT, writer.TryLockFile(true)) << "held elsewhere: try again later";
-    EXPECT_EQ(KX_S_WAIT_TIMEOUT, reader.TryLockFile(false));
     ASSERT_TRUE(other->LockFile(*entry, false, true));
 
     // Closing a handle releases its whole lock, even after the size the lock's range was
@@ -494,25 +391,6 @@ TEST_F(KFileNFSTest, LocksGoThroughTheServersLockManager) {
     ASSERT_TRUE(writer.SetEndOfFile());
     writer.CloseHandle();
     EXPECT_TRUE(other->LockFile(*entry, true, true));
-    EXPECT_TRUE(other->LockFile(*entry, false, true));
-}
-
-TEST_F(KFileNFSTest, CopiesThroughAProgramThatOnlyUsesKFile) {
-    const std::string tool = kxtest::ProgramDir() + "/kx_kfile_copy";
-    const std::string data = RandomBytes(3 * 1024 * 1024 + 123, 5);
-    kxtest::TempDir local;
-    Put(local / "original", data);
-
-    kxtest::ToolRun r = kxtest::RunProgram(tool, {local / "original", Remote("copy")});
-    ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_TRUE(data == Get(Local("copy"))) << "local to server";
-    r = kxtest::RunProgram(tool, {Remote("copy"), local / "back"});
-    ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_TRUE(data == Get(local / "back")) << "server to local";
-
-    r = kxtest::RunProgram(tool, {Remote("missing"), local / "x"});
-    EXPECT_EQ(1, r.status) << r.err;
-    EXPECT_NE(std::string::npos, r.err.find("cannot open")) << r.err;
 }
 
 TEST_F(KFileNFSTest, LogViewerReadsALogFileOnTheServer) {
@@ -532,7 +410,8 @@ TEST_F(KFileNFSTest, LogViewerReadsALogFileOnTheServer) {
                           kxLogSevProgress, 0);
     }
 
-    // Exactly one view's worth: the remote file prints as the local one does.
+    // Exactly one view's worth: the remote file prints as the local one does. The viewer only
+    // uses KFile, so this also proves the NFS library's link anchor registers the remote handle.
     const auto viewer = [](const std::string& file) {
         return kxtest::RunProgram(KX_LOGVIEW_TOOL, {"-o", "cat", file});
     };

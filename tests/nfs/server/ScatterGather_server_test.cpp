@@ -1,24 +1,19 @@
-// The pipelined transfer (g_NFSUtils_UseScatterGather): the same bytes as the sequential path
-// against nfs-ganesha, and against the fake peer a failure in the middle, a server that stops
-// answering, cancellation, short and oversized answers.
+// The pipelined transfer (g_NFSUtils_UseScatterGather) against the fake peer: a failure in the
+// middle, a server that stops answering, cancellation, short and oversized answers. Its bytes
+// against the real server are compared with the sequential path's by the kxnfs tool's suite.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <memory>
-#include <random>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "kxFakeBrowse.h"
 #include "kxFakeNfs.h"
 #include "kxLogCapture.h"
-#include "kxNFSSandbox.h"
 #include "kxNFSServerTest.h"
 #include "nfs/NFSBrowse.h"
 #include "nfs/kxNFSTransfer.h"
@@ -28,96 +23,14 @@ using namespace kxNFSUtils;
 
 namespace {
 
-using kxtest::RandomBytes;
-using kxtest::ReadFile;
-
-// Sets the process-wide switch for a scope, whatever the test does.
-class PipelineSwitch {
-public:
-    explicit PipelineSwitch(bool on) : m_saved(g_NFSUtils_UseScatterGather) {
-        g_NFSUtils_UseScatterGather = on;
-    }
-    ~PipelineSwitch() { g_NFSUtils_UseScatterGather = m_saved; }
-    PipelineSwitch(const PipelineSwitch&) = delete;
-    PipelineSwitch& operator=(const PipelineSwitch&) = delete;
-
-private:
-    bool m_saved;
-};
-
-TEST(ScatterGather, SameBytesAsTheSequentialPath) {
-    auto& sandbox = kxtest::NFSSandbox::Get();
-    if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-    if (!sandbox.StartNFSServer()) {
-        if (!sandbox.Usable()) GTEST_SKIP() << sandbox.Why();
-        FAIL() << sandbox.Failure();
-    }
-    // The data export moves 64 KiB per request: a few hundred KiB is many chunks.
-    const std::string dir = sandbox.ExportRoot() + "/data/pipelined";
-    std::filesystem::remove_all(dir);
-    ASSERT_EQ(0, mkdir(dir.c_str(), 0777));
-    NFSBrowse* b = nullptr;
-    ASSERT_EQ(KX_OK, CreateNFSBrowse(b, std::string("localhost"), 0, {0}, nullptr, eUseTCP));
-    std::unique_ptr<NFSBrowse> browse(b);
-    std::unique_ptr<DirEntry> seq(browse->Open(dir + "/seq", true, false));
-    std::unique_ptr<DirEntry> par(browse->Open(dir + "/par", true, false));
-    ASSERT_TRUE(seq && par);
-    ASSERT_EQ(65536u, par->readPreferred);
-
-    // The same pieces at the same random places, through one path per file.
-    std::mt19937 gen(20);
-    std::string model;
-    for (int i = 0; i < 12; ++i) {
-        const size_t size = i == 0 ? 1 << 20 : gen() % 700000 + 1;
-        const size_t offset = gen() % 1500000;
-        const std::string data = RandomBytes(size, gen());
-        SCOPED_TRACE(std::to_string(size) + " at " + std::to_string(offset));
-        {
-            PipelineSwitch off(false);
-            EXPECT_EQ(size, browse->Write(*seq, data.data(), static_cast<long long>(offset), size));
-        }
-        {
-            PipelineSwitch on(true);
-            EXPECT_EQ(size, browse->Write(*par, data.data(), static_cast<long long>(offset), size));
-        }
-        if (model.size() < offset + size) model.resize(offset + size);
-        model.replace(offset, size, data);
-    }
-    EXPECT_TRUE(model == ReadFile(dir + "/seq"));
-    EXPECT_TRUE(model == ReadFile(dir + "/par"));
-
-    // Reads within, across and past the end; the whole file in one call.
-    std::vector<std::pair<size_t, size_t>> reads{{0, model.size()},
-                                                 {model.size() - 70000, 300000},
-                                                 {model.size() + 5, 200000}};
-    for (int i = 0; i < 10; ++i) reads.emplace_back(gen() % model.size(), gen() % 900000 + 1);
-    for (const auto& [offset, size] : reads) {
-        SCOPED_TRACE(std::to_string(size) + " at " + std::to_string(offset));
-        std::string a(size, 'a'), c(size, 'c');
-        unsigned long n1, n2;
-        {
-            PipelineSwitch off(false);
-            n1 = browse->Read(*seq, &a[0], static_cast<long long>(offset), size);
-        }
-        {
-            PipelineSwitch on(true);
-            n2 = browse->Read(*par, &c[0], static_cast<long long>(offset), size);
-        }
-        const size_t expected = offset < model.size() ? std::min(size, model.size() - offset) : 0;
-        EXPECT_EQ(expected, n1);
-        EXPECT_EQ(expected, n2);
-        EXPECT_TRUE(a == c.replace(n2, std::string::npos, size - n2, 'a'));
-        if (expected != 0) {
-            EXPECT_TRUE(model.compare(offset, expected, c, 0, expected) == 0);
-        }
-    }
-    EXPECT_EQ(0, browse->GetLastObjectError());
-    std::filesystem::remove_all(dir);
-}
-
-// ---- against the fake peer ---------------------------------------------------------------
-
 using kxfake::IsFakeFile;
+using kxtest::RandomBytes;
+
+// Turns the pipelined path on for a scope (each fake test runs in a child of its own).
+struct PipelineSwitch {
+    PipelineSwitch() { g_NFSUtils_UseScatterGather = true; }
+    ~PipelineSwitch() { g_NFSUtils_UseScatterGather = false; }
+};
 
 // A browse object on the fakes without looking anything up.
 std::unique_ptr<NFSBrowse> BareBrowse() {
@@ -134,7 +47,7 @@ DirEntry SmallChunks(const ExportInfo& root) {
 }
 
 KX_FAKE_TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
-    PipelineSwitch on(true);
+    PipelineSwitch on;
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsfailat8k", 100000));
     ExportInfo root;
@@ -218,7 +131,7 @@ KX_FAKE_TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
 }
 
 KX_FAKE_TEST(ScatterGatherFake, ServerThatStopsAnsweringEndsWithinTheTimeOut) {
-    PipelineSwitch on(true);
+    PipelineSwitch on;
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsstall", 100000));
     // The file's entry is made by hand: nothing but the transfer is sent.

@@ -1,17 +1,16 @@
-// Runs the kxnfs program as a process and collects what it did: exit status, standard output
-// and standard error apart, and its peak memory.
+// Runs a program as a process and collects what it did: exit status, standard output and
+// standard error apart.
 #pragma once
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/resource.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
+#include <fstream>
+#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "kxTestProcess.h"
@@ -19,22 +18,17 @@
 namespace kxtest {
 
 struct ToolRun {
-    int status = -1;  // the exit status, 128 + the signal that ended it, or -1: not started
+    int status = -1;  // the exit status, 128 + the signal that ended it, or -1: not started or
+                      // killed after its time
     std::string out;
     std::string err;
-    long maxRssKb = 0;
 
-    std::vector<std::string> OutLines() const { return Split(out); }
-    std::vector<std::string> ErrLines() const { return Split(err); }
-
-    static std::vector<std::string> Split(const std::string& text) {
+    std::vector<std::string> OutLines() const {
         std::vector<std::string> lines;
-        size_t at = 0;
-        while (at < text.size()) {
-            size_t end = text.find('\n', at);
-            if (end == std::string::npos) end = text.size();
-            lines.push_back(text.substr(at, end - at));
-            at = end + 1;
+        for (size_t at = 0, end; at < out.size(); at = end + 1) {
+            end = out.find('\n', at);
+            if (end == std::string::npos) end = out.size();
+            lines.push_back(out.substr(at, end - at));
         }
         return lines;
     }
@@ -52,59 +46,36 @@ inline ToolRun RunProgram(const std::string& program, const std::vector<std::str
     std::vector<char*> cargv;
     for (std::string& a : argv) cargv.push_back(&a[0]);
     cargv.push_back(nullptr);
-    fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid < 0) return run;
-    if (pid == 0) {
-        const int in = open(stdinPath.c_str(), O_RDONLY);
-        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (in < 0 || out < 0 || err < 0) _exit(126);
-        dup2(in, 0);
-        dup2(out, 1);
-        dup2(err, 2);
-        execv(cargv[0], cargv.data());
-        _exit(127);
-    }
-    const auto end = std::chrono::steady_clock::now() + limit;
-    int wait = 0;
-    struct rusage usage {};
-    for (;;) {
-        const pid_t done = wait4(pid, &wait, WNOHANG, &usage);
-        if (done == pid) break;
-        if (done < 0 || std::chrono::steady_clock::now() > end) {
-            kill(pid, SIGKILL);
-            wait4(pid, &wait, 0, &usage);
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    run.status = WIFEXITED(wait) ? WEXITSTATUS(wait) : 128 + WTERMSIG(wait);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 0, stdinPath.c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, 1, outPath.c_str(), O_WRONLY | O_CREAT, 0600);
+    posix_spawn_file_actions_addopen(&files, 2, errPath.c_str(), O_WRONLY | O_CREAT, 0600);
+    pid_t pid = -1;
+    const int rc = posix_spawn(&pid, cargv[0], &files, nullptr, cargv.data(), environ);
+    posix_spawn_file_actions_destroy(&files);
+    if (rc != 0) return run;
+    const std::optional<int> wait = WaitFor(pid, limit);
+    if (!wait) KillAndReap(pid);
+    run.status = !wait ? -1 : WIFEXITED(*wait) ? WEXITSTATUS(*wait) : 128 + WTERMSIG(*wait);
     run.out = ReadFile(outPath);
     run.err = ReadFile(errPath);
-    run.maxRssKb = usage.ru_maxrss;
     return run;
 }
 
 // True when every line of text is one JSON value by a strict reader (python3's, which takes
-// the bytes as UTF-8); also true, with *checked false, where python3 is missing.
-inline bool JsonLinesValid(const std::string& text, bool* checked) {
-    *checked = access("/usr/bin/python3", X_OK) == 0;
-    if (!*checked) return true;
+// the bytes as UTF-8); also true where python3 is missing.
+inline bool JsonLinesValid(const std::string& text) {
+    if (access("/usr/bin/python3", X_OK) != 0) return true;
     TempDir dir;
     const std::string path = dir / "lines.json";
-    FILE* f = fopen(path.c_str(), "wb");
-    if (f == nullptr) return false;
-    fwrite(text.data(), 1, text.size(), f);
-    fclose(f);
-    const ToolRun check = RunProgram(
-        "/usr/bin/python3",
-        {"-c",
-         "import json, sys\n"
-         "for line in open(sys.argv[1], 'rb').read().split(b'\\n'):\n"
-         "    if line: json.loads(line.decode('utf-8'))\n",
-         path});
-    return check.status == 0;
+    std::vector<std::string> args{"-c",
+                                  "import json, sys\n"
+                                  "for line in open(sys.argv[1], 'rb').read().split(b'\\n'):\n"
+                                  "    if line: json.loads(line.decode('utf-8'))\n",
+                                  path};
+    std::ofstream(path, std::ios::binary) << text;
+    return RunProgram("/usr/bin/python3", args).status == 0;
 }
 
 }  // namespace kxtest
