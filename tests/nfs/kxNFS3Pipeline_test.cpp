@@ -73,8 +73,9 @@ TEST(NFS3PipelineWire, CallsDecodeWithTheRpcLibrary) {
     EXPECT_FALSE(EncodeTransferCall(1, nullptr, false, file, 0, 1, call));
 }
 
-// Without attributes the data starts four words earlier than a real server's replies put it.
-TEST(NFS3PipelineWire, ReadReplyWithoutAttributes) {
+// Replies without attributes: READ's data starts four words earlier than a real server's
+// replies put it, and WRITE's count follows the two absent attribute sets at once.
+TEST(NFS3PipelineWire, RepliesWithoutAttributes) {
     const std::vector<uint32_t> words = Words(
         {77, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, NFS3_OK, 0, 5, 0, 5, 0x66697665, 0x21000000});
     NFS3TransferReply r;
@@ -86,6 +87,10 @@ TEST(NFS3PipelineWire, ReadReplyWithoutAttributes) {
     for (size_t n = 0; n < words.size() * 4; ++n)
         EXPECT_FALSE(DecodeTransferReply(reinterpret_cast<const char*>(words.data()), n, true, r))
             << n;
+    ASSERT_TRUE(Decode(
+        Words({78, REPLY, MSG_ACCEPTED, 0, 0, SUCCESS, NFS3_OK, 0, 0, 4096, 0, 1, 2}), false, r));
+    EXPECT_EQ(78u, r.xid);
+    EXPECT_EQ(4096u, r.count);
 }
 
 TEST(NFS3PipelineWire, RefusalsAndHostileReplies) {
