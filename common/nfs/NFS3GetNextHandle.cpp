@@ -31,6 +31,23 @@ void EntryFromReadDirPlus(const entryplus3& e, const std::string& dirPath, uint3
     entry.writePreferred = writePreferred;
 }
 
+bool CookieLoopGuard::Next(uint64_t cookie) {
+    if (started && cookie == saved) return false;
+    if (!started || ++steps == power) {
+        saved = cookie;
+        if (started) power *= 2;
+        steps = 0;
+        started = true;
+    }
+    return true;
+}
+
+void LogCookieLoop(const std::string& hostName, const std::string& dirPath) {
+    kxLogPrintfA(KX_E_NFS_SERVER_FAULT, kxLogSevWarning,
+                 "nfsproc3_readdirplus_3 (cookies go round a loop, listing ended) %s",
+                 Detail(hostName, dirPath).c_str());
+}
+
 NFS3GetNextHandle::NFS3GetNextHandle(CLIENT* clnt, const std::string& host, const DirEntry& dir)
     : client(clnt),
       hostName(host),
@@ -55,6 +72,11 @@ void NFS3GetNextHandle::FreeRes() {
 bool NFS3GetNextHandle::GetNextBatch() {
     if (atEnd) return false;
     FreeRes();
+    if (!loopGuard.Next(args.cookie)) {
+        lastError = KX_E_NFS_SERVER_FAULT;
+        LogCookieLoop(hostName, dirPath);
+        return false;
+    }
     const clnt_stat rpc = nfsproc3_readdirplus_3(&args, &result, client);
     // Whatever was decoded, a failed decode included, is released by the next FreeRes.
     haveResult = true;

@@ -34,6 +34,32 @@ readdirplus3args ReadDirPlusArgs(const uint8_t* handle, uint32_t handleLength);
 void EntryFromReadDirPlus(const entryplus3& e, const std::string& dirPath, uint32_t readPreferred,
                           uint32_t writePreferred, DirEntry& entry);
 
+// Watches the cookies one listing asks with, one per batch, for a server whose cookies lead back
+// to one already asked with. Such a listing never reaches its end (each batch is new, none
+// says end of directory), so without this guard a faulty server would keep the caller listing
+// for ever. The guard finds any loop with constant memory (Brent's cycle finding: the cookie at
+// the last power-of-two step is kept and every later one compared with it), so a listing of
+// millions of entries costs nothing extra. A loop of n batches after k others is seen within
+// 3 max(n, k + 1) requests, so the entries of up to two rounds of the loop have been handed out
+// again by then. Exact for servers whose next batch depends on the cookie alone.
+class CookieLoopGuard {
+public:
+    // True when a request with this cookie may go out; false when the cookies have gone round
+    // a loop. The first call is the first batch's cookie.
+    bool Next(uint64_t cookie);
+
+private:
+    uint64_t saved = 0;
+    uint64_t power = 1;
+    uint64_t steps = 0;
+    bool started = false;
+};
+
+// Logs that the listing of host:dirPath was ended because its cookies went round a loop, as
+// "nfsproc3_readdirplus_3 (cookies go round a loop, listing ended) host:dirPath" with
+// KX_E_NFS_SERVER_FAULT, at the severity of a translated failure.
+void LogCookieLoop(const std::string& hostName, const std::string& dirPath);
+
 class NFS3GetNextHandle final : public NFSGetNextHandle {
 public:
     // Ready to ask for the first batch of dir; nothing is sent yet.
@@ -45,7 +71,8 @@ public:
     // Releases the held batch and asks for the next one from the current cookie. False without
     // a request once the server has reported the end of the directory; false with the
     // translated code in LastError() when the request fails (logged as
-    // "nfsproc3_readdirplus_3 (status %d, err 0x%8.8X)" with the detail host ":" dirPath).
+    // "nfsproc3_readdirplus_3 (status %d, err 0x%8.8X)" with the detail host ":" dirPath);
+    // false with KX_E_NFS_SERVER_FAULT, logged, when the server's cookies go round a loop.
     bool GetNextBatch();
     // The next entry, fetching a batch when the held one is used up. False at the end of the
     // directory (LastError() unchanged: 0 unless a batch failed before) or when a batch fails.
@@ -65,6 +92,7 @@ private:
     bool haveResult = false;
     const entryplus3* current = nullptr;  // next unread entry of result, or null
     bool atEnd = false;                   // the last batch ended the directory
+    CookieLoopGuard loopGuard;
     CLIENT* client;                       // not owned
     std::string hostName;
     std::string dirPath;

@@ -17,7 +17,14 @@ bool NFSBrowseImpl3::Entries(const DirEntry& dir, std::vector<DirEntry>& list) {
         return false;
     }
     readdirplus3args args = ReadDirPlusArgs(dir.handle, dir.handleLength);
+    CookieLoopGuard loopGuard;
     for (bool first = true;; first = false) {
+        // A loop in the server's cookies ends the listing like a failed later batch, with what
+        // was gathered, but logged: entries of the loop may be in the list more than once.
+        if (!loopGuard.Next(args.cookie)) {
+            LogCookieLoop(hostName, dir.serverPath);
+            return true;
+        }
         readdirplus3res res;
         memset(&res, 0, sizeof res);
         const clnt_stat rpc = nfsproc3_readdirplus_3(&args, &res, nfsClient->Handle());

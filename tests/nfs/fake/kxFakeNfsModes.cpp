@@ -16,6 +16,8 @@
 //                 alike, past the end of the file too; WRITE claims 100 bytes more than sent.
 //   nfsdirstale   as nfs, but every READDIRPLUS after the first batch (a cookie other than 0)
 //                 fails with NFS3ERR_STALE.
+//   nfsdirloop    as nfs, but the directory never ends: the cookie of the last entry leads back
+//                 to the first, and no batch says end of directory.
 //
 // Every answer depends on the call alone, so a request resent over UDP gets the same reply.
 #include <algorithm>
@@ -35,7 +37,7 @@ using kxfake::FakeAttributes;
 using kxfake::Present;
 using kxfake::Proc;
 
-enum class Fault { None, ShortWrite, FailAt8k, Stall, OverRead, DirStale };
+enum class Fault { None, ShortWrite, FailAt8k, Stall, OverRead, DirStale, DirLoop };
 
 constexpr uint32_t k64MiB = 64u << 20;
 
@@ -149,6 +151,7 @@ bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
             res.status = NFS3ERR_BAD_COOKIE;
         else
             first = static_cast<uint32_t>(step / 3) + 1;
+        if (fault == Fault::DirLoop && first == total) first = 0;
     }
     if (fault == Fault::DirStale && cookie != 0) res.status = NFS3ERR_STALE;
     if (res.status != NFS3_OK)
@@ -180,7 +183,7 @@ bool ReadDirPlus(const Call& call, Fault fault, std::vector<char>& out) {
     ok.dir_attributes = Present(FakeAttributes(NF3DIR, 4096, 1));
     memcpy(ok.cookieverf, "COOKIEVF", NFS3_COOKIEVERFSIZE);
     ok.reply.entries = entries.empty() ? nullptr : entries.data();
-    ok.reply.eof = end == total;
+    ok.reply.eof = end == total && fault != Fault::DirLoop;
     return kxfake::AcceptWith(call, Proc(xdr_readdirplus3res), &res, out);
 }
 
@@ -218,3 +221,4 @@ KX_FAKE_MODE("nfsfailat8k", Answer<Fault::FailAt8k>);
 KX_FAKE_MODE("nfsstall", Answer<Fault::Stall>);
 KX_FAKE_MODE("nfsoverread", Answer<Fault::OverRead>);
 KX_FAKE_MODE("nfsdirstale", Answer<Fault::DirStale>);
+KX_FAKE_MODE("nfsdirloop", Answer<Fault::DirLoop>);

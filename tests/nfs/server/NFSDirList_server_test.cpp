@@ -240,6 +240,33 @@ KX_FAKE_TEST(NFSDirListFake, LaterBatchFailure) {
               log.Records()[0].text);
 }
 
+// A server whose cookies lead back to the start would keep both routes listing for ever; each
+// ends once the loop is seen, logged, Entries with what it gathered, the enumeration with a code.
+KX_FAKE_TEST(NFSDirListFake, CookiesGoingRoundALoopEndTheListing) {
+    kxtest::FakeNFS fake;
+    ASSERT_TRUE(fake.Start("nfsdirloop", kEntries));
+    ExportInfo dir;
+    auto browse = fake.Browse(eUseTCP, dir);
+    ASSERT_TRUE(browse);
+    kxtest::LogCapture log;
+    std::vector<DirEntry> all;
+    EXPECT_TRUE(browse->Entries(dir, all));
+    ASSERT_GE(all.size(), size_t{kEntries});
+    EXPECT_LE(all.size(), size_t{4 * kEntries});
+    ExpectFakeEntries(std::vector<DirEntry>(all.begin(), all.begin() + kEntries), kEntries);
+    EXPECT_EQ(0, browse->GetLastObjectError());
+    ASSERT_EQ(1u, log.Records().size());
+    EXPECT_EQ("nfsproc3_readdirplus_3 (cookies go round a loop, listing ended) fake:/export/000000",
+              log.Records()[0].text);
+
+    bool ended = true;
+    const std::vector<DirEntry> one = Enumerate(*browse, dir, ended);
+    EXPECT_FALSE(ended);
+    EXPECT_EQ(KX_E_NFS_SERVER_FAULT, browse->GetLastObjectError());
+    EXPECT_EQ(all.size(), one.size());
+    EXPECT_EQ(2u, log.Records().size());
+}
+
 KX_FAKE_TEST(NFSDirListFake, EmptyDirectoryAndCancellation) {
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfs", 0));
