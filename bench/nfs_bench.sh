@@ -2,7 +2,9 @@
 # NFS transfer throughput: kxnfs get and put of one file against nfs-ganesha on loopback, timed
 # beside nfs-cp (libnfs-utils, an independent user-space client) on the same server, export and
 # file in the same run. Prints each client's median time and rate, and the ratio
-# nfs-cp time / kxnfs time (above 1: kxnfs is faster). JSON goes to OUT when given.
+# nfs-cp time / kxnfs time (above 1: kxnfs is faster). Then the peak memory of listing a
+# directory of 100 and of 100,000 entries, kxnfs ls beside nfs-ls: kxnfs prints each entry as it
+# arrives, so its peak should not grow with the directory. JSON goes to OUT when given.
 #
 #   bench/nfs_bench.sh KXNFS [SIZE_MIB [ROUNDS [OUT]]]     defaults: 256 MiB, 5 rounds
 #
@@ -15,7 +17,8 @@ set -euo pipefail
 
 if [[ "${KX_NFS_BENCH_INSIDE:-}" != 1 ]]; then
     kxnfs=${1:?usage: nfs_bench.sh KXNFS [SIZE_MIB [ROUNDS [OUT]]]}
-    for p in "$kxnfs" /usr/sbin/rpcbind /usr/bin/ganesha.nfsd /usr/bin/nfs-cp /usr/bin/unshare; do
+    for p in "$kxnfs" /usr/sbin/rpcbind /usr/bin/ganesha.nfsd /usr/bin/nfs-cp /usr/bin/nfs-ls \
+        /usr/bin/time /usr/bin/unshare; do
         if [[ ! -x "$p" ]]; then
             echo "nfs_bench: skipped: $p is not installed (scripts/setup-deps.sh --all)"
             exit 0
@@ -169,6 +172,36 @@ for dir in get put; do
         "$(div "$size_mib" "$kx")" "$ln" "$(div "$size_mib" "$ln")" "$ratio"
     json+=",\"$dir\":{\"kxnfs_s\":$kx,\"nfscp_s\":$ln,\"ratio\":$(printf '%.3f' "$ratio")}"
 done
-json+="}"
+
+# ---- listing memory ----
+# Peak resident kB of one command; its output is dropped, a failure ends the benchmark.
+peak_kb() {
+    if ! /usr/bin/time -f %M -o "$work/peak" "$@" >/dev/null 2>"$work/last.err"; then
+        echo "nfs_bench: failed: $*" >&2
+        cat "$work/last.err" >&2
+        exit 1
+    fi
+    tail -n 1 "$work/peak"
+}
+for n in 100 100000; do
+    mkdir "$export_dir/list$n"
+    (cd "$export_dir/list$n" && seq -f "entry-with-a-longish-name-%06g" "$n" | xargs touch)
+done
+printf '\nls, peak resident kB: 100 entries, 100,000 entries, growth\n'
+json+=",\"ls_peak_kb\":{"
+for who in kxnfs nfs-ls; do
+    peaks=()
+    for n in 100 100000; do
+        if [[ $who == kxnfs ]]; then
+            peaks+=("$(peak_kb "$kxnfs" ls -l "$server:$export_dir/list$n")")
+        else
+            peaks+=("$(peak_kb nfs-ls "$(url "list$n")")")
+        fi
+    done
+    printf '%-6s %12s %12s %12s\n' "$who" "${peaks[0]}" "${peaks[1]}" "$((peaks[1] - peaks[0]))"
+    [[ $who == nfs-ls ]] && json+=","
+    json+="\"$who\":[${peaks[0]},${peaks[1]}]"
+done
+json+="}}"
 [[ -n "$out" ]] && echo "$json" >"$out"
 exit 0

@@ -74,6 +74,7 @@ if ((want_all)); then
         align_multiarch "${i386_pkgs[@]}"
         apt_install g++-multilib "${i386_pkgs[@]}"
     fi
-    # libnfs-utils: nfs-cp, the independent client the NFS benchmark compares kxnfs with.
-    apt_install rpcbind nfs-ganesha nfs-ganesha-vfs nfs-common libnfs-utils
+    # libnfs-utils: nfs-cp and nfs-ls, the independent client the NFS benchmark compares kxnfs
+    # with; time: the peak memory of a listing.
+    apt_install rpcbind nfs-ganesha nfs-ganesha-vfs nfs-common libnfs-utils time
 fi
