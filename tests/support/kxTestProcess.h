@@ -3,6 +3,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <optional>
@@ -31,6 +32,11 @@ pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>
 
 // Waits for pid until the deadline; returns the waitpid status word, or nothing on time-out.
 std::optional<int> WaitFor(pid_t pid, std::chrono::milliseconds limit);
+
+// True when st is the status word of a normal exit with `code`.
+inline bool ExitedWith(const std::optional<int>& st, int code) {
+    return st && WIFEXITED(*st) && WEXITSTATUS(*st) == code;
+}
 
 // Kills pid with SIGKILL and reaps it, ignoring errors; for clean-up in failing tests.
 void KillAndReap(pid_t pid);

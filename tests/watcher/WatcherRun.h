@@ -3,10 +3,12 @@
 
 #include <signal.h>
 #include <sys/prctl.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,13 @@ public:
     ~WatcherRun() {
         for (pid_t p : Starts()) KillAndReap(p);
         KillAndReap(watcher_);
+        // Orphans adopted meanwhile go too, and the ones they leave in turn: a daemon whose pid
+        // a failed test never read would otherwise outlive the test run.
+        const std::string children = "/proc/self/task/" + std::to_string(getpid()) + "/children";
+        for (std::string left; !(left = ReadFile(children)).empty();) {
+            std::istringstream pids(left);
+            for (pid_t p; pids >> p;) KillAndReap(p);
+        }
     }
     WatcherRun(const WatcherRun&) = delete;
     WatcherRun& operator=(const WatcherRun&) = delete;
@@ -54,7 +63,6 @@ public:
         for (const auto& line : ReadLines(dir_ / "starts")) pids.push_back(atoi(line.c_str()));
         return pids;
     }
-    size_t StartCount() const { return Starts().size(); }
     std::vector<std::string> Signals() const { return ReadLines(dir_ / "signals"); }
     // True once the child of start number n (from 1) waits for signals.
     bool Ready(size_t n) const { return ReadLines(dir_ / "ready").size() >= n; }
@@ -66,9 +74,5 @@ private:
     TempDir dir_;
     pid_t watcher_ = -1;
 };
-
-inline bool ExitedWith(const std::optional<int>& st, int code) {
-    return st && WIFEXITED(*st) && WEXITSTATUS(*st) == code;
-}
 
 }  // namespace kxtest

@@ -17,34 +17,30 @@ kxWatcherArgs Scan(std::vector<const char*> args) {
 
 }  // namespace
 
-TEST(WatcherArgs, DefaultsAndValuesThatAreAlwaysTheNextArgument) {
-    const auto d = Scan({"/bin/prog", "-d", "7"});
-    EXPECT_EQ(d.retries, 10);
-    EXPECT_EQ(d.retryDelay, 5u);
-    EXPECT_FALSE(d.foreground);
-    EXPECT_EQ(d.programIndex, 1);
-
-    const auto a = Scan({"-d5", "12", "-r", "-3", "-rabbit", "x9", "prog"});
-    EXPECT_EQ(a.retryDelay, 12u);  // "-d5" carries nothing itself
-    EXPECT_EQ(a.retries, 0);       // the last -r wins; "x9" is not a number
-    EXPECT_EQ(a.programIndex, 7);
-
-    const auto b = Scan({"-r", "-f", "prog"});  // -r swallows "-f" whatever it looks like
-    EXPECT_EQ(b.retries, 0);
-    EXPECT_FALSE(b.foreground);
-    EXPECT_EQ(b.programIndex, 3);
-}
-
-TEST(WatcherArgs, UnknownSwitchesAreSkippedAndTheVectorEndIsRespected) {
-    // Only the second character counts.
-    const auto a = Scan({"-foo", "--", "-", "-zap", "prog", "-f"});
-    EXPECT_TRUE(a.foreground);
-    EXPECT_EQ(a.programIndex, 5);
-
-    const auto t = Scan({"-f", "-r"});  // a trailing value switch never reads past the end
-    EXPECT_EQ(t.missingValueFor, 'r');
-    EXPECT_EQ(t.programIndex, 3);
-    EXPECT_EQ(Scan({"-d"}).missingValueFor, 'd');
-    EXPECT_EQ(Scan({}).programIndex, 1);
-    EXPECT_EQ(Scan({"-f"}).programIndex, 2);
+TEST(WatcherArgs, ScanningQuirksAndTheVectorEnd) {
+    struct Case {
+        std::vector<const char*> args;
+        int retries;
+        unsigned delay;
+        bool foreground;
+        int programIndex;
+        char missing;
+    };
+    const Case cases[] = {
+        {{"/bin/prog", "-d", "7"}, 10, 5, false, 1, 0},  // defaults; switches after the program
+        // "-d5" carries nothing itself; the last -r wins; "x9" is not a number.
+        {{"-d5", "12", "-r", "-3", "-rabbit", "x9", "prog"}, 0, 12, false, 7, 0},
+        {{"-r", "-f", "prog"}, 0, 5, false, 3, 0},  // -r swallows "-f" whatever it looks like
+        {{"-foo", "--", "-", "-zap", "prog", "-f"}, 10, 5, true, 5, 0},  // the second character
+        {{"-f", "-r"}, 10, 5, true, 3, 'r'},  // a trailing value switch never reads past the end
+    };
+    for (const Case& c : cases) {
+        const kxWatcherArgs a = Scan(c.args);
+        SCOPED_TRACE(c.args.empty() ? "(none)" : c.args[0]);
+        EXPECT_EQ(c.retries, a.retries);
+        EXPECT_EQ(c.delay, a.retryDelay);
+        EXPECT_EQ(c.foreground, a.foreground);
+        EXPECT_EQ(c.programIndex, a.programIndex);
+        EXPECT_EQ(c.missing, a.missingValueFor);
+    }
 }
