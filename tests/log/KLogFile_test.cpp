@@ -6,7 +6,6 @@
 
 #include <cstring>
 #include <new>
-#include <random>
 #include <vector>
 
 namespace {
@@ -163,28 +162,6 @@ TEST(KLogFileTest, AppendAfterAWriterDiedMidwayKeepsTheRunIntact) {
         EXPECT_EQ(expected, Forward(f)) << "stage " << stage;
         std::vector<uint32_t> back = Backward(f);
         EXPECT_EQ(expected, std::vector<uint32_t>(back.rbegin(), back.rend())) << "stage " << stage;
-    }
-}
-
-// Random bytes behind a plausible header: the walks end and never read outside the image
-// (the sanitizer build turns any stray read into a failure).
-TEST(KLogFileTest, RandomImagesNeverLeadTheWalksAstray) {
-    std::mt19937 rng(777);
-    for (int round = 0; round < 300; ++round) {
-        Image img(1);
-        KLogFile* f = img.file();
-        for (int i = 0; i < 12; ++i) Append(f, rng() % 200);
-        const int flips = 1 + rng() % 40;
-        for (int i = 0; i < flips; ++i) {
-            uint32_t pos = 28 + rng() % (1024 - 28);
-            if (rng() % 2) img.bytes()[pos] = static_cast<uint8_t>(rng());
-            else img.words[pos / 4] = rng() % 4 == 0 ? rng() : rng() % 1100;
-        }
-        if (round % 3 == 0) img.words[3] = rng() % 1100;  // last record offset
-        if (round % 5 == 0) img.words[5] = rng();          // record count
-        EXPECT_LE(Forward(f).size(), 1024u / 40);
-        EXPECT_LE(Backward(f).size(), 1024u / 40);
-        for (uint32_t off = 0; off < 1100; off += 2) (void)f->IsRecordValid(off);
     }
 }
 

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -175,8 +174,7 @@ TEST(KLogLockTest, KilledWritersLeaveAWholeContiguousRingUnderEitherLock) {
         KLogStream s(path.c_str());
         _exit(s.IsLive() && s.LockLogfile(500, 4) == KX_OK ? 0 : 1);  // ends holding the lock
     }
-    const auto held = kxtest::WaitFor(holder, std::chrono::seconds(10));
-    ASSERT_TRUE(held && WIFEXITED(*held) && WEXITSTATUS(*held) == 0);
+    ASSERT_TRUE(kxtest::ExitedWith(kxtest::WaitFor(holder, std::chrono::seconds(10)), 0));
     const int fd = open((path + ".lock").c_str(), O_RDWR);
     ASSERT_GE(fd, 0);
     void* map = mmap(nullptr, KLogLockShared::kFileSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);

@@ -1,7 +1,8 @@
 // Failures of the system on the log write path, injected through the OS seam: opening the file,
-// making and waiting on its named mutex, taking its lock, mapping and flushing it, a full disk
-// while it is made or resized, and short or failing writes while it is resized. Each must end in its status, leak no
-// descriptor, and lose none of the records written before: the next writer finds them all.
+// making its named mutex, taking its lock, mapping and flushing it, a full disk while it is
+// made or resized, and short or failing writes while it is resized. Each must end in its
+// status, leak no descriptor, and lose none of the records written before: the next writer
+// finds them all.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -9,7 +10,6 @@
 
 #include <atomic>
 #include <cstdarg>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -18,7 +18,6 @@
 #include "kxTestProcess.h"
 #include "log/KLogStream.h"
 #include "log/kxLogRead.h"
-#include "platform/KMutex.h"
 
 namespace {
 
@@ -30,7 +29,6 @@ enum class Fault {
     kNone,
     kOpenLog,      // open of the log file: EACCES
     kShmOpen,      // the named mutex's shared memory: EMFILE
-    kMutexWait,    // pthread_mutex_lock on the named mutex's block: EINVAL
     kLockCall,     // the log's lock (the lock file's mutex): EINVAL
     kLockBusy,     // the log's lock, held by someone else for longer than any wait
     kFileLock,     // taking the open-file-description lock on the log: EIO
@@ -65,18 +63,7 @@ public:
             Errno(ENOMEM);
             return MAP_FAILED;
         }
-        void* p = kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
-        // Named mutexes map their block exactly: remember it so that only its own pthread
-        // mutex is failed (the process's critical sections lock pthread mutexes too).
-        if (p != MAP_FAILED && length == sizeof(KMutex::KMutexShared)) {
-            std::lock_guard<std::mutex> guard(m_blocksLock);
-            m_blocks.push_back(p);
-        }
-        return p;
-    }
-    int MutexLock(pthread_mutex_t* mutex) override {
-        if (fault == Fault::kMutexWait && InNamedBlock(mutex)) return Count(EINVAL);
-        return kxEnvWrapper::MutexLock(mutex);
+        return kxEnvWrapper::Mmap(address, length, prot, flags, fd, offset);
     }
     // Only the log's lock uses these two.
     int MutexTryLock(pthread_mutex_t* mutex) override {
@@ -134,16 +121,6 @@ private:
         ++hits;
         return result;
     }
-    bool InNamedBlock(const void* p) {
-        std::lock_guard<std::mutex> guard(m_blocksLock);
-        for (void* block : m_blocks) {
-            const char* b = static_cast<const char*>(block);
-            if (p >= b && p < b + sizeof(KMutex::KMutexShared)) return true;
-        }
-        return false;
-    }
-    std::mutex m_blocksLock;
-    std::vector<void*> m_blocks;
 };
 
 long Printf(KLogStream& s, const char* format, ...) {
@@ -177,7 +154,6 @@ const Case kCases[] = {
     {"disk full while creating", Fault::kDiskFull, Stage::kCreate, 8, KX_E_LOG_RECREATE},
     {"open of the log file fails", Fault::kOpenLog, Stage::kOpen, 8, KX_E_FILE_OPEN},
     {"named mutex cannot be made", Fault::kShmOpen, Stage::kOpen, 8, KX_E_MUTEX_CREATE},
-    {"named mutex cannot be waited on", Fault::kMutexWait, Stage::kOpen, 8, KX_E_WAIT_FAILED},
     {"mapping fails", Fault::kMapLog, Stage::kOpen, 8, KX_E_FILE_MAP},
     {"disk full while resizing", Fault::kDiskFull, Stage::kOpen, 16, KX_E_FILE_WRITE},
     {"write fails before the log is touched", Fault::kWriteFails, Stage::kOpen, 16,

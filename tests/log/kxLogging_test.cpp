@@ -1,9 +1,8 @@
 // The standard streams at start-up: real processes started with and without the logging
-// environment, and the path helpers.
+// environment.
 #include "log/kxLogging.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <string>
 #include <vector>
@@ -21,8 +20,7 @@ using kxtest::TempDir;
 // Runs the helper's "probe" (one warning "probe text" through the default stream) with env.
 void Probe(const std::vector<std::string>& env) {
     pid_t pid = kxtest::Spawn({KX_LOG_WRITER_BIN, "probe", "probe text"}, env);
-    auto status = kxtest::WaitFor(pid, std::chrono::seconds(30));
-    ASSERT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0);
+    ASSERT_TRUE(kxtest::ExitedWith(kxtest::WaitFor(pid, std::chrono::seconds(30)), 0));
 }
 
 TEST(KxLoggingTest, ConfiguredProcessLogsStartMessageAndStopIntoNewTree) {
@@ -38,19 +36,6 @@ TEST(KxLoggingTest, ConfiguredProcessLogsStartMessageAndStopIntoNewTree) {
     // A second run appends to the same files.
     Probe({"KX_LOG_DIR=" + logs, "KX_LOG_SIZE=64"});
     EXPECT_EQ(7u, kxtest::LogTexts(logs + "/Default.log").size());
-}
-
-TEST(KxLoggingTest, WithoutSizeOrDirectoryNothingIsOpened) {
-    TempDir dir;
-    Probe({"KX_LOG_DIR=" + (dir / "nosize")});
-    EXPECT_LE(0, FileSize(dir / "nosize")) << "the directory is made";
-    EXPECT_EQ(-1, FileSize(dir / "nosize/Default.log")) << "but no stream without a size";
-    Probe({"KX_LOG_SIZE=64", "HOME=" + dir.path()});
-    EXPECT_EQ(-1, FileSize(dir / "Default.log"));
-    // A relative directory is placed under the public data path, which is that same variable:
-    // the result is still relative and nothing is opened.
-    Probe({"KX_LOG_DIR=rel", "KX_LOG_SIZE=64"});
-    EXPECT_EQ(-1, FileSize("rel"));
 }
 
 // The default stream is the default sink exactly while it is open: StopLogging takes it away
@@ -71,35 +56,6 @@ TEST(KxLoggingTest, StartedStreamIsTheDefaultSinkUntilStopped) {
     EXPECT_EQ((std::vector<std::string>{"<STRT>", "logging starting", "while started",
                                         "logging stopping"}),
               kxtest::LogTexts(dir / "Default.log"));
-}
-
-TEST(KxLoggingTest, PathHelpers) {
-    EXPECT_TRUE(kxLogIsRelativePath(nullptr));
-    EXPECT_TRUE(kxLogIsRelativePath("logs"));
-    EXPECT_FALSE(kxLogIsRelativePath("/logs"));
-    EXPECT_FALSE(kxLogIsRelativePath("C:\\logs"));
-    EXPECT_TRUE(kxLogIsRelativePath("C:logs"));
-
-    TempDir dir;
-    bool exists = true;
-    unsigned long attrs = 0;
-    EXPECT_EQ(KX_OK, kxLogPathExists((dir / "none").c_str(), exists, &attrs));
-    EXPECT_FALSE(exists);
-    EXPECT_EQ(KX_OK, kxLogPathExists(dir.path().c_str(), exists, &attrs));
-    EXPECT_TRUE(exists);
-    EXPECT_EQ(FILE_ATTRIBUTE_DIRECTORY, attrs);
-
-    EXPECT_EQ(KX_OK, kxLogCreateDirectoryTree((dir / "x/y/z/").c_str(), nullptr));
-    EXPECT_LE(0, FileSize(dir / "x/y/z"));
-    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxLogCreateDirectoryTree(std::string(261, 'a').c_str(), nullptr));
-    { FILE* f = fopen((dir / "file").c_str(), "w"); fclose(f); }
-    EXPECT_EQ(KX_E_BAD_ARGUMENT, kxLogCreateDirectoryTree((dir / "file").c_str(), nullptr));
-    EXPECT_NE(KX_OK, kxLogCreateDirectoryTree((dir / "file/sub").c_str(), nullptr));
-
-    char small[2];
-    unsigned long size = sizeof small;
-    const long status = kxLogGetPublicDataPath(small, size);
-    EXPECT_TRUE(status == KX_E_BUFFER_TOO_SMALL || status == KX_E_NOT_FOUND) << std::hex << status;
 }
 
 }  // namespace

