@@ -36,6 +36,10 @@ TEST(KxLoggingTest, ConfiguredProcessLogsStartMessageAndStopIntoNewTree) {
     // A second run appends to the same files.
     Probe({"KX_LOG_DIR=" + logs, "KX_LOG_SIZE=64"});
     EXPECT_EQ(7u, kxtest::LogTexts(logs + "/Default.log").size());
+    // A relative directory goes under the public data path, which is that same variable: still
+    // relative, so nothing is opened (rather than logs in whatever directory the process is in).
+    Probe({"KX_LOG_DIR=rel", "KX_LOG_SIZE=64"});
+    EXPECT_EQ(-1, FileSize("rel"));
 }
 
 // The default stream is the default sink exactly while it is open: StopLogging takes it away
