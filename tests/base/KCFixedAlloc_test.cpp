@@ -48,10 +48,7 @@ TEST(KCFixedAlloc, FailedChunkIsLoggedAndGivesNull) {
         kxtest::HeapFaults faults(0);
         EXPECT_EQ(pool.Alloc(), nullptr);
     }
-    const int bytes = 80 * 64 + static_cast<int>(sizeof(void*));
-    EXPECT_TRUE(log.Has(KX_E_UNHANDLED_EXCEPTION,
-                        "KCFixedAlloc::Alloc: memory exception allocating " + std::to_string(bytes) +
-                            " bytes"));
+    EXPECT_TRUE(log.Has(KX_E_UNHANDLED_EXCEPTION, "KCFixedAlloc::Alloc: memory exception"));
     // The lock was released: the allocator still works.
     EXPECT_NE(pool.Alloc(), nullptr);
 }

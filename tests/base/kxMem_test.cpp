@@ -9,25 +9,6 @@
 
 namespace {
 
-TEST(kxMem, TracesNameTheCallerOnlyWhenAFileIsGiven) {
-    kxLogInfoMessages(true);
-    {
-        kxtest::LogCapture log;
-        char* p = nullptr;
-        ASSERT_EQ(kxMem::Alloc(8, &p, "caller.cpp", 42), KX_OK);
-        ASSERT_EQ(kxMem::Free(p, "caller.cpp", 43), KX_OK);
-        ASSERT_EQ(kxMem::Alloc(8, &p, nullptr, 0), KX_OK);
-        ASSERT_EQ(kxMem::Free(p, nullptr, 0), KX_OK);
-        auto records = log.Records();
-        ASSERT_EQ(records.size(), 2u);
-        EXPECT_NE(records[0].text.find("kxMem::Alloc: allocated 8 bytes at 0x"), std::string::npos);
-        EXPECT_NE(records[0].text.find("for 'caller.cpp:42'"), std::string::npos);
-        EXPECT_EQ(records[0].sev, kxLogSevInfo);
-        EXPECT_NE(records[1].text.find("kxMem::Free: freed buffer at 0x"), std::string::npos);
-    }
-    kxLogInfoMessages(false);
-}
-
 TEST(kxMem, BadArgumentsAreRefusedAndLeaveThePointerAlone) {
     kxtest::LogCapture log;
     char* p = reinterpret_cast<char*>(0x1234);

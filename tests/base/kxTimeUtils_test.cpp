@@ -164,18 +164,16 @@ TEST(DateReference, UnrepresentableTimesAreInvalid) {
 }
 
 TEST(DayCount, RejectsImpossibleFields) {
-    double d = 7.0;
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2023, 2, 29, 0, 0, 0, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(1900, 2, 29, 0, 0, 0, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2024, 4, 31, 0, 0, 0, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2024, 0, 1, 0, 0, 0, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2024, 13, 1, 0, 0, 0, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2024, 1, 0, 0, 0, 0, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2024, 1, 1, 24, 0, 0, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2024, 1, 1, 0, 60, 0, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(2024, 1, 1, 0, 0, 60, d));
-    EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(10000, 1, 1, 0, 0, 0, d));
-    EXPECT_EQ(d, 7.0);
+    const int impossible[][6] = {{2023, 2, 29, 0, 0, 0}, {1900, 2, 29, 0, 0, 0},
+                                 {2024, 4, 31, 0, 0, 0}, {2024, 0, 1, 0, 0, 0},
+                                 {2024, 13, 1, 0, 0, 0}, {2024, 1, 0, 0, 0, 0},
+                                 {2024, 1, 1, 24, 0, 0}, {2024, 1, 1, 0, 60, 0},
+                                 {2024, 1, 1, 0, 0, 60}, {10000, 1, 1, 0, 0, 0}};
+    for (const int* f : impossible) {
+        double d = 7.0;
+        EXPECT_FALSE(kxTimeUtils::_AfxOleDateFromTm(f[0], f[1], f[2], f[3], f[4], f[5], d));
+        EXPECT_EQ(d, 7.0) << f[0] << "-" << f[1] << "-" << f[2];
+    }
 
     tm f;
     EXPECT_FALSE(kxTimeUtils::_AfxTmFromOleDate(kxTimeUtils::kxMaxDate + 1e-6, f));
