@@ -76,9 +76,7 @@ TEST_F(kxFileTreeTest, CreateDirectoryTreeWithLongNames) {
     log_.Clear();
     const std::string huge = "/" + std::string(32767, 'h');
     EXPECT_EQ(CreateDirectoryTree(huge.c_str(), nullptr, &created), KX_E_BAD_ARGUMENT);
-    ASSERT_EQ(log_.Records().size(), 1u);
-    EXPECT_EQ(log_.Records()[0].text, "kxFileUtils::CreateDirectoryTree: DirName <" +
-                                          huge.substr(0, 100) + "> too long, 32768 chars");
+    EXPECT_TRUE(log_.Has(KX_E_BAD_ARGUMENT, "> too long, 32768 chars"));
     EXPECT_EQ(CreateDirectoryTree(huge.c_str() + 1, nullptr, &created), kStatFailed) << "32767 is allowed";
 }
 
@@ -99,13 +97,8 @@ TEST_F(kxFileTreeTest, CleanDirectoryRemovesOnlyEmptyDirectories) {
     EXPECT_TRUE(IsDir(Path("empty")));
     ASSERT_EQ(CleanDirectory(Path("empty").c_str(), true, true, "*.log"), KX_OK);
     EXPECT_FALSE(IsDir(Path("empty")));
-    ASSERT_EQ(log_.Records().size(), 2u);
-    EXPECT_EQ(log_.Records()[0].text, "kxFileUtils::CleanDirectory: cleaning directory <" +
-                                          Path("empty") + "> with file spec <*>");
-    EXPECT_EQ(log_.Records()[1].code, kxStatus(0x60FFFF01));
-    EXPECT_EQ(log_.Records()[1].sev, kxLogSevProgress);
-    EXPECT_EQ(log_.Records()[1].text, "kxFileUtils::CleanDirectory: deleting directory <" +
-                                          Path("empty") + "> with file spec <*.log>");
+    EXPECT_TRUE(log_.Has(kxStatus(0x60FFFF01), "deleting directory <" + Path("empty") +
+                                                   "> with file spec <*.log>"));
 
     // Enumeration hands out nothing, so a non-empty tree is never touched: cleaning "works",
     // deleting fails on the non-empty directory. Deliberate.

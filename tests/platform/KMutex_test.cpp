@@ -165,12 +165,6 @@ TEST(KMutex, FailuresAreStatusesAndCreateFailuresAreLogged) {
         EXPECT_FALSE(NameExists(name));
         EXPECT_TRUE(log.Has(KX_E_MUTEX_CREATE, "error 12 creating mutex"));
     }
-
-    // Logging switched off: same result, nothing written.
-    log.Clear();
-    KMutex quiet(false);
-    EXPECT_EQ(KX_E_MUTEX_CREATE, quiet.Create("has/slash", false));
-    EXPECT_TRUE(log.Records().empty());
 }
 
 // A deadline past the end of the current second carries into the seconds. The clock is read at
@@ -191,11 +185,9 @@ TEST(KMutex, TimedWaitLastsItsTimeAcrossASecondBoundary) {
     long other = 0;
     long long waitedMs = 0;
     std::thread([&] {
-        const auto start = std::chrono::steady_clock::now();
+        const auto start = Clock::now();
         other = mutex.Lock(100);
-        waitedMs = std::chrono::duration_cast<std::chrono::milliseconds>(
-                       std::chrono::steady_clock::now() - start)
-                       .count();
+        waitedMs = MsSince(start);
     }).join();
     EXPECT_EQ(KX_S_WAIT_TIMEOUT, other);
     EXPECT_GE(waitedMs, 95);

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -67,9 +68,7 @@ TEST(kxDirectoryTree, WalksUpToWhatExistsThenCreatesDownAndRestoresTheName) {
 TEST(kxDirectoryTree, AFailedLevelIsReportedByEveryLevelBelowIt) {
     kxtest::TempDir dir;
     const std::string file = dir / "f";
-    FILE* f = fopen(file.c_str(), "w");
-    ASSERT_NE(nullptr, f);
-    fclose(f);
+    std::ofstream(file) << "";
     RecordingTree tree;
     // "f" is a file, so making it a directory fails with EEXIST; each level below says so.
     std::string name = file + "/x\\y/z";

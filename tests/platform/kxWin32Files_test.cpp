@@ -47,14 +47,6 @@ TEST(kxWin32Files, AttributesOfEachKindOfName) {
     EXPECT_EQ(ERROR_INVALID_PARAMETER, errno);
     EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA((file + "/below").c_str()));
     EXPECT_EQ(ENOTDIR, errno);  // other failures keep the Unix number
-
-    if (geteuid() != 0) {
-        const std::string closed = dir / "closed";
-        ASSERT_EQ(0, mkdir(closed.c_str(), 0));
-        EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA((closed + "/x").c_str()));
-        EXPECT_EQ(ERROR_ACCESS_DENIED, errno);
-        chmod(closed.c_str(), 0700);
-    }
 }
 
 TEST(kxWin32Files, AttributeDataDropsTheHostPartAndConvertsTimes) {
@@ -169,9 +161,8 @@ TEST(kxWin32Files, DirectoryAndFilePrimitives) {
     EXPECT_EQ("new", kxtest::ReadFile(b));
     EXPECT_FALSE(MoveFileA(a.c_str(), b.c_str()));
 
-    EXPECT_FALSE(RemoveDirectoryA(dir.path().c_str()));  // not empty
     WriteFile(sub + "/x", "");
-    EXPECT_FALSE(RemoveDirectoryA(sub.c_str()));
+    EXPECT_FALSE(RemoveDirectoryA(sub.c_str()));  // not empty
     EXPECT_TRUE(DeleteFileA((sub + "/x").c_str()));
     EXPECT_FALSE(DeleteFileA((sub + "/x").c_str()));
     EXPECT_EQ(ENOENT, errno);
