@@ -65,35 +65,20 @@ KX_FAKE_TEST(ScatterGatherFake, FailureCancellationAndOddAnswers) {
         EXPECT_EQ(0u, browse->Write(file, bytes.data(), 0, bytes.size()));
         EXPECT_EQ(KX_E_NFS_ACCESS, browse->GetLastObjectError());
         ASSERT_EQ(2u, log.Records().size());
-        for (const auto& r : log.Records()) {
-            EXPECT_EQ(KX_E_NFS_ACCESS, r.code);
-            EXPECT_EQ(
-                "NFSBrowseImpl3::ScatterGatherIO (status 13, err 0x00000000) fake:/export/000000",
-                r.text);
-        }
+        EXPECT_TRUE(log.Has(KX_E_NFS_ACCESS, "NFSBrowseImpl3::ScatterGatherIO (status 13, err "
+                                             "0x00000000) fake:/export/000000"));
     }
     // Cancelled before the failing chunk is asked for: the bytes before it, and no failure.
     cancel.asked = 0;
     cancel.from = 3;
     EXPECT_EQ(8192u, browse->Read(file, &back[0], 0, back.size()));
     EXPECT_TRUE(IsFakeFile(back.substr(0, 8192), 0));
-    // Cancelled before the fourth request: the three in flight complete, and are the result.
-    cancel.from = 1 << 30;
-    ASSERT_TRUE(fake.Start("nfs", 100000));
-    auto plain = fake.Browse(eUseTCP, root, &cancel);
-    ASSERT_TRUE(plain);
-    cancel.from = 4;
-    cancel.asked = 0;
-    EXPECT_EQ(12288u, plain->Read(file, &back[0], 0, back.size()));
-    EXPECT_TRUE(IsFakeFile(back.substr(0, 12288), 0));
-    cancel.asked = 0;
-    const size_t writesBefore = fake.Calls(7).size();
-    EXPECT_EQ(12288u, plain->Write(file, bytes.data(), 0, bytes.size()));
-    EXPECT_EQ(writesBefore + 3, fake.Calls(7).size());
-    EXPECT_EQ(0, plain->GetLastObjectError()) << "cancelling is not failing";
-    cancel.from = 1 << 30;
+
     // The connection is kept between transfers. When the server goes away meanwhile, the kept
     // one is found broken, a new one is refused, and the transfer fails at once.
+    ASSERT_TRUE(fake.Start("nfs", 100000));
+    auto plain = fake.Browse(eUseTCP, root);
+    ASSERT_TRUE(plain);
     EXPECT_EQ(back.size(), plain->Read(file, &back[0], 0, back.size()));
     fake.Stop();
     EXPECT_EQ(0u, plain->Read(file, &back[0], 0, back.size()));
