@@ -2,13 +2,14 @@
 //
 //   accept        NULL answers; EXPORT (5) lists Count() exports "/export/NNNNNN"; MNT (1)
 //                 gives a 4-byte handle; UMNT (3) answers; other procedures PROC_UNAVAIL
-//   progunavail   every call is accepted with status PROG_UNAVAIL
 //   garbage       every call gets 16 bytes that are no RPC reply
 //   shortdenied   every call gets a denied RPC_MISMATCH reply cut off before its last field
 //   oddstatus     procedure 1 is accepted with an accept status no enumeration holds
 //                 (0x70000); any other gets a reply status of 7, which ends the decoding
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "kxFakePeer.h"
 
@@ -16,17 +17,16 @@ namespace {
 
 using kxfake::Call;
 
-// EXPORT's result: `count` exports named /export/NNNNNN, without groups.
-bool_t EncodeExportList(XDR* x, int* count) {
-    char buf[32];
-    bool_t more = TRUE;
-    bool_t none = FALSE;
-    for (int i = 0; i < *count; ++i) {
-        snprintf(buf, sizeof buf, "/export/%06d", i);
-        char* p = buf;
-        if (!xdr_bool(x, &more) || !xdr_string(x, &p, 1024) || !xdr_bool(x, &none)) return FALSE;
+// EXPORT's result: Count() exports named /export/NNNNNN, without groups.
+bool ExportList(const Call& call, std::vector<char>& out) {
+    std::vector<std::string> names(static_cast<size_t>(kxfake::Count()));
+    std::vector<const char*> list;
+    for (size_t i = 0; i < names.size(); ++i) {
+        char buf[32];
+        snprintf(buf, sizeof buf, "/export/%06zu", i);
+        list.push_back((names[i] = buf).c_str());
     }
-    return xdr_bool(x, &none);
+    return kxfake::AcceptWith(call, kxfake::Proc(kxfake::EncodeExportNames), &list, out);
 }
 
 bool_t EncodeMountOk(XDR* x, void*) {
@@ -41,7 +41,6 @@ bool_t EncodeMountOk(XDR* x, void*) {
 }
 
 bool Accept(const Call& call, std::vector<char>& out) {
-    int count = kxfake::Count();
     switch (call.procedure) {
         case 0:
         case 3:
@@ -50,15 +49,10 @@ bool Accept(const Call& call, std::vector<char>& out) {
             return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeMountOk), nullptr,
                                       out);
         case 5:
-            return kxfake::AcceptWith(call, reinterpret_cast<xdrproc_t>(EncodeExportList), &count,
-                                      out);
+            return ExportList(call, out);
         default:
             return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }
-}
-
-bool ProgUnavail(const Call& call, std::vector<char>& out) {
-    return kxfake::AcceptStatus(call, PROG_UNAVAIL, out);
 }
 
 bool Garbage(const Call&, std::vector<char>& out) {
@@ -80,7 +74,6 @@ bool OddStatus(const Call& call, std::vector<char>& out) {
 }  // namespace
 
 KX_FAKE_MODE("accept", Accept);
-KX_FAKE_MODE("progunavail", ProgUnavail);
 KX_FAKE_MODE("garbage", Garbage);
 KX_FAKE_MODE("shortdenied", ShortDenied);
 KX_FAKE_MODE("oddstatus", OddStatus);

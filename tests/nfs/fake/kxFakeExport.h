@@ -1,4 +1,5 @@
-// What the export modes (kxFakeExportModes.cpp) serve, for the tests that check it.
+// What the export modes (kxFakeExportModes.cpp) serve, for the tests that check it, and the
+// answer to FSSTAT, FSINFO and PATHCONF every NFS mode builds from its figures.
 //
 //   mountroot   MOUNT version 3: EXPORT lists "/", "/export" and "/refused", in that order; MNT
 //               gives the root handle "MNT" followed by the export path, but refuses "/refused"
@@ -8,6 +9,9 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
+
+#include "kxFakePeer.h"
 
 namespace kxfake {
 
@@ -32,5 +36,8 @@ constexpr FakeFsFigures kFakeRootFigures = {
 constexpr FakeFsFigures kFakeExportFigures = {
     1u << 20, 64u << 10, 4096, 256u << 10, 32u << 10, 512, 0x10, 0, 1000, 200, true, false, true,
     7ull << 30, 6ull << 30, 1ull << 30};
+
+// The reply to an FSSTAT, FSINFO or PATHCONF call (by its procedure) giving figures f.
+bool AnswerFigures(const Call& call, const FakeFsFigures& f, std::vector<char>& out);
 
 }  // namespace kxfake

@@ -74,7 +74,22 @@ const kxfake::FakeFsFigures* FiguresFor(const Call& call) {
     return nullptr;
 }
 
-bool Figures(const Call& call, const kxfake::FakeFsFigures& f, std::vector<char>& out) {
+bool NfsFigures(const Call& call, std::vector<char>& out) {
+    switch (call.procedure) {
+        case NFSPROC3_FSSTAT:
+        case NFSPROC3_FSINFO:
+        case NFSPROC3_PATHCONF:
+            if (const kxfake::FakeFsFigures* f = FiguresFor(call))
+                return kxfake::AnswerFigures(call, *f, out);
+            return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
+        default:
+            return kxfake::FindMode("nfs")(call, out);
+    }
+}
+
+}  // namespace
+
+bool kxfake::AnswerFigures(const Call& call, const FakeFsFigures& f, std::vector<char>& out) {
     if (call.procedure == NFSPROC3_FSSTAT) {
         fsstat3res res{};
         fsstat3resok& ok = res.fsstat3res_u.resok;
@@ -108,20 +123,6 @@ bool Figures(const Call& call, const kxfake::FakeFsFigures& f, std::vector<char>
     ok.case_preserving = f.casePreserving;
     return kxfake::AcceptWith(call, Proc(xdr_pathconf3res), &res, out);
 }
-
-bool NfsFigures(const Call& call, std::vector<char>& out) {
-    switch (call.procedure) {
-        case NFSPROC3_FSSTAT:
-        case NFSPROC3_FSINFO:
-        case NFSPROC3_PATHCONF:
-            if (const kxfake::FakeFsFigures* f = FiguresFor(call)) return Figures(call, *f, out);
-            return kxfake::AcceptStatus(call, GARBAGE_ARGS, out);
-        default:
-            return kxfake::FindMode("nfs")(call, out);
-    }
-}
-
-}  // namespace
 
 KX_FAKE_MODE("mountroot", Mount<&kExports>);
 KX_FAKE_MODE("hostilenames", Mount<&kHostileNames>);

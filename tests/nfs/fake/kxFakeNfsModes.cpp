@@ -26,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "kxFakeExport.h"
 #include "kxFakeNfs.h"
 #include "kxFakePeer.h"
 
@@ -40,6 +41,11 @@ using kxfake::Proc;
 enum class Fault { None, ShortWrite, FailAt8k, Stall, OverRead, DirStale, DirLoop };
 
 constexpr uint32_t k64MiB = 64u << 20;
+// clang-format off
+constexpr kxfake::FakeFsFigures kFigures = {
+    k64MiB, k64MiB, 4096, k64MiB, k64MiB, 4096, 0x1B, 0, 1, 255, false, true, false,
+    1ull << 40, 1ull << 39, 1ull << 39};
+// clang-format on
 
 char g_fileHandle[] = "FAKEFILE";
 
@@ -61,37 +67,6 @@ bool Lookup(const Call& call, std::vector<char>& out) {
                     ? FakeAttributes(NF3DIR, 4096, 1)
                     : FakeAttributes(NF3REG, static_cast<uint64_t>(kxfake::Count()), 2));
     return kxfake::AcceptWith(call, Proc(xdr_lookup3res), &res, out);
-}
-
-bool FsStat(const Call& call, std::vector<char>& out) {
-    fsstat3res res{};
-    fsstat3resok& ok = res.fsstat3res_u.resok;
-    ok.tbytes = 1ull << 40;
-    ok.fbytes = ok.abytes = 1ull << 39;
-    ok.tfiles = ok.ffiles = ok.afiles = 1000000;
-    return kxfake::AcceptWith(call, Proc(xdr_fsstat3res), &res, out);
-}
-
-bool FsInfo(const Call& call, std::vector<char>& out) {
-    fsinfo3res res{};
-    fsinfo3resok& ok = res.fsinfo3res_u.resok;
-    ok.rtmax = ok.rtpref = ok.wtmax = ok.wtpref = k64MiB;
-    ok.rtmult = ok.wtmult = 4096;
-    ok.dtpref = k64MiB;
-    ok.maxfilesize = ~0ull;
-    ok.time_delta = {0, 1};
-    ok.properties = FSF3_LINK | FSF3_SYMLINK | FSF3_HOMOGENEOUS | FSF3_CANSETTIME;
-    return kxfake::AcceptWith(call, Proc(xdr_fsinfo3res), &res, out);
-}
-
-bool PathConf(const Call& call, std::vector<char>& out) {
-    pathconf3res res{};
-    pathconf3resok& ok = res.pathconf3res_u.resok;
-    ok.linkmax = 32000;
-    ok.name_max = 255;
-    ok.no_trunc = TRUE;
-    ok.case_preserving = TRUE;
-    return kxfake::AcceptWith(call, Proc(xdr_pathconf3res), &res, out);
 }
 
 // READ and WRITE share the shape of their arguments' start: handle, offset, count.
@@ -203,11 +178,9 @@ bool Answer(const Call& call, std::vector<char>& out) {
         case 17:
             return ReadDirPlus(call, fault, out);
         case 18:
-            return FsStat(call, out);
         case 19:
-            return FsInfo(call, out);
         case 20:
-            return PathConf(call, out);
+            return kxfake::AnswerFigures(call, kFigures, out);
         default:
             return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <string>
 
+#include "kxFakeExport.h"
 #include "kxFakeNfs.h"
 #include "kxFakePeer.h"
 
@@ -27,6 +28,12 @@ using kxfake::Args;
 using kxfake::Call;
 using kxfake::Present;
 using kxfake::Proc;
+
+// clang-format off
+constexpr kxfake::FakeFsFigures kFigures = {
+    65536, 32768, 4096, 65536, 16384, 4096, 0x1B, 0, 0, 255, false, true, false,
+    1ull << 40, 1ull << 39, 1ull << 39};
+// clang-format on
 
 bool StartsWith(const char* text, const char* prefix) {
     return text != nullptr && strncmp(text, prefix, strlen(prefix)) == 0;
@@ -128,19 +135,6 @@ bool Access(const Call& call, std::vector<char>& out) {
     return kxfake::AcceptWith(call, Proc(xdr_access3res), &res, out);
 }
 
-bool FsInfo(const Call& call, std::vector<char>& out) {
-    fsinfo3res res{};
-    fsinfo3resok& ok = res.fsinfo3res_u.resok;
-    ok.rtmax = ok.wtmax = 65536;
-    ok.rtpref = 32768;
-    ok.wtpref = 16384;
-    ok.rtmult = ok.wtmult = 4096;
-    ok.dtpref = 8192;
-    ok.maxfilesize = ~0ull;
-    ok.properties = FSF3_LINK | FSF3_SYMLINK | FSF3_HOMOGENEOUS | FSF3_CANSETTIME;
-    return kxfake::AcceptWith(call, Proc(xdr_fsinfo3res), &res, out);
-}
-
 bool Objects(const Call& call, std::vector<char>& out) {
     switch (call.procedure) {
         case 1:
@@ -157,12 +151,12 @@ bool Objects(const Call& call, std::vector<char>& out) {
             return MkDir(call, out);
         case 10:
             return SymLink(call, out);
-        case 19:
-            return FsInfo(call, out);
-        case 0:
         case 18:
+        case 19:
         case 20:
-            return kxfake::FindMode("nfs")(call, out);
+            return kxfake::AnswerFigures(call, kFigures, out);
+        case 0:
+            return kxfake::AcceptWith(call, nullptr, nullptr, out);
         default:
             return kxfake::AcceptStatus(call, PROC_UNAVAIL, out);
     }

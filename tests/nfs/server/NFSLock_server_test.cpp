@@ -97,19 +97,6 @@ TEST_F(NLMServer, LocksKeepTheOtherOwnerOutUntilUnlocked) {
     EXPECT_FALSE(here->LockFile(file, true, false));
     EXPECT_EQ(KX_E_NLM_DENIED, here->GetLastObjectError());
     EXPECT_TRUE(there->LockFile(file, false, true));
-
-    // Shared locks coexist and keep an exclusive one out. A file past 4 GiB: the length goes
-    // as 64 bits and covers it all.
-    const DirEntry big = File("shared", kPast4GiB);
-    ASSERT_TRUE(here->LockFile(big, true, false));
-    ASSERT_TRUE(there->LockFile(big, true, false));
-    EXPECT_FALSE(here->LockFile(big, true, true));  // no upgrade while the other one reads
-    EXPECT_TRUE(there->LockFile(big, false, false));
-    EXPECT_TRUE(here->LockFile(big, true, true));  // now the upgrade goes through
-    EXPECT_FALSE(there->LockFile(big, true, false));
-    EXPECT_TRUE(here->LockFile(big, false, true));
-    // Unlocking what one does not hold is no failure.
-    EXPECT_TRUE(there->LockFile(big, false, false));
 }
 
 // ---- Against the fake peer ----
@@ -243,7 +230,7 @@ KX_FAKE_TEST(FakeLockManager, FallsBackToVersion4AndRemembersIt) {
 
 // Refusals of both versions are translated and logged with the file; without a lock manager
 // the request fails quietly and leaves no connection behind.
-void Refusals() {
+KX_FAKE_TEST(FakeLockManager, RefusalsAreTranslatedAndLogged) {
     const std::string detail = " fake:/export/000000/f";
     {
         LockPeers peers(1, "nlm", nlm_denied);
@@ -273,11 +260,6 @@ void Refusals() {
     EXPECT_EQ(kErrorBefore, peers.browse->GetLastObjectError());
     EXPECT_TRUE(log.Records().empty());
     EXPECT_TRUE(peers.browse->Verify());
-}
-
-TEST(FakeLockManager, RefusalsAreTranslatedAndLogged) {
-    if (!kxtest::NFSSandbox::Get().Usable()) GTEST_SKIP() << kxtest::NFSSandbox::Get().Why();
-    EXPECT_TRUE(kxtest::RunInFakeSandbox<Refusals>());
 }
 
 }  // namespace

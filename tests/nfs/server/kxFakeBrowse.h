@@ -99,21 +99,18 @@ private:
     pid_t m_nfs = -1;
 };
 
-// Body's verdict from inside the child: 0 when no assertion failed and, in the sanitizer
-// build, nothing leaked (the child ends with _exit, past the exit-time leak check).
-template <void (*Body)()>
-int FakeSandboxChild() {
-    Body();
-#ifdef __SANITIZE_ADDRESS__
-    if (__lsan_do_recoverable_leak_check() != 0) ADD_FAILURE() << "leaks, see above";
-#endif
-    return ::testing::Test::HasFailure() ? 1 : 0;
-}
-
-// Runs Body in a fresh sandbox with its own port mapper; true when it passed.
+// Runs Body in a fresh sandbox with its own port mapper; true when no assertion failed there
+// and, in the sanitizer build, nothing leaked (the child ends with _exit, past the exit-time
+// leak check).
 template <void (*Body)()>
 bool RunInFakeSandbox() {
-    return InFreshSandbox(true, FakeSandboxChild<Body>) == 0;
+    return InFreshSandbox(true, [] {
+               Body();
+#ifdef __SANITIZE_ADDRESS__
+               if (__lsan_do_recoverable_leak_check() != 0) ADD_FAILURE() << "leaks, see above";
+#endif
+               return ::testing::Test::HasFailure() ? 1 : 0;
+           }) == 0;
 }
 
 }  // namespace kxtest

@@ -103,8 +103,7 @@ std::string EnterNamespaces() {
     return "";
 }
 
-}  // namespace
-
+// True once the port mapper on loopback maps program/version over TCP, within limitMs.
 bool WaitForRegistration(unsigned long program, unsigned long version, int limitMs) {
     sockaddr_in a{};
     a.sin_family = AF_INET;
@@ -112,6 +111,8 @@ bool WaitForRegistration(unsigned long program, unsigned long version, int limit
     return Eventually([&] { return pmap_getport(&a, program, version, IPPROTO_TCP) != 0; },
                       std::chrono::milliseconds(limitMs));
 }
+
+}  // namespace
 
 NFSSandbox& NFSSandbox::Get() {
     static NFSSandbox sandbox;
@@ -170,24 +171,14 @@ bool NFSSandbox::StartNFSServer() {
         std::ofstream f(conf);
         f << "NFS_CORE_PARAM { Protocols = 3; Enable_NLM = true; Enable_RQUOTA = false; }\n"
              "NFSV4 { Graceless = true; }\n";
-        struct Export {
-            int id;
-            const char* path;
-            const char* extra;
-        };
-        const Export exports[] = {
-            {1, "/a", ""},
-            {2, "/a/b", ""},
-            {3, "/data", "MaxRead = 65536; MaxWrite = 65536; PrefRead = 65536; PrefWrite = 65536;"},
-        };
-        for (const auto& e : exports) {
-            f << "EXPORT { Export_Id = " << e.id << "; Path = " << m_exportRoot << e.path
-              << "; Pseudo = /p" << e.id
-              << "; Access_Type = RW; Squash = No_Root_Squash; Protocols = 3; Transports = UDP, "
-                 "TCP;"
-                 " SecType = sys; "
-              << e.extra << " FSAL { Name = VFS; } }\n";
-        }
+        const char* sizes =
+            "MaxRead = 65536; MaxWrite = 65536; PrefRead = 65536; PrefWrite = 65536;";
+        const std::string paths[] = {"/a", "/a/b", "/data"};
+        for (int id = 1; id <= 3; ++id)
+            f << "EXPORT { Export_Id = " << id << "; Path = " << m_exportRoot << paths[id - 1]
+              << "; Pseudo = /p" << id << "; Access_Type = RW; Squash = No_Root_Squash;"
+              << " Protocols = 3; Transports = UDP, TCP; SecType = sys; " << (id == 3 ? sizes : "")
+              << " FSAL { Name = VFS; } }\n";
     }
     StartStatusMonitor();
     m_nfsServer = SpawnChild(

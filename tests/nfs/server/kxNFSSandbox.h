@@ -77,7 +77,4 @@ private:
 // INT_MIN when the child could not be set up or died.
 int InFreshSandbox(bool withPortMapper, int (*fn)());
 
-// True once the port mapper on loopback maps program/version over TCP, within limitMs.
-bool WaitForRegistration(unsigned long program, unsigned long version, int limitMs);
-
 }  // namespace kxtest
