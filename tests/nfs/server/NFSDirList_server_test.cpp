@@ -199,56 +199,52 @@ KX_FAKE_TEST(NFSDirListFake, CookiesAndVerifierOnTheWire) {
     ExpectBatchRequests(fake, 3, 3);
 }
 
-KX_FAKE_TEST(NFSDirListFake, LaterBatchFailure) {
-    kxtest::FakeNFS fake;
-    ASSERT_TRUE(fake.Start("nfsdirstale", kEntries));
-    ExportInfo dir;
-    auto browse = fake.Browse(eUseTCP, dir);
-    ASSERT_TRUE(browse);
-    kxtest::LogCapture log;
-    // Entries: the first batch and success, silently.
-    std::vector<DirEntry> all;
-    EXPECT_TRUE(browse->Entries(dir, all));
-    ExpectFakeEntries(all, kxfake::kFakeDirBatch);
-    EXPECT_EQ(0, browse->GetLastObjectError());
-    EXPECT_TRUE(log.Records().empty());
-    EXPECT_EQ(2u, fake.Calls(NFSPROC3_READDIRPLUS).size());
-    // The enumeration: the first batch, then false with the code, logged.
-    bool ended = true;
-    const std::vector<DirEntry> one = Enumerate(*browse, dir, ended);
-    EXPECT_FALSE(ended);
-    ExpectFakeEntries(one, kxfake::kFakeDirBatch);
-    EXPECT_EQ(KX_E_NFS_STALE, browse->GetLastObjectError());
-    ASSERT_EQ(1u, log.Records().size());
-    EXPECT_EQ("nfsproc3_readdirplus_3 (status 70, err 0x00000000) fake:/export/000000",
-              log.Records()[0].text);
-}
+// Listings that cannot go on after their first batch. A failed later batch ends Entries with
+// that batch, silently, and the enumeration with the code, logged. Cookies that lead back to
+// the start would keep both routes listing for ever: each ends once the loop is seen, logged
+// by both, Entries with what it gathered (more than one round of the loop at most), the
+// enumeration with a code.
+KX_FAKE_TEST(NFSDirListFake, LaterBatchesThatCannotGoOn) {
+    const struct {
+        const char* mode;
+        size_t entriesLogged;
+        size_t maxRequests;  // by Entries: the failed one, or three rounds of the loop
+        long code;
+        const char* text;
+    } cases[] = {
+        {"nfsdirstale", 0, 2, KX_E_NFS_STALE, "nfsproc3_readdirplus_3 (status 70, err 0x00000000)"},
+        {"nfsdirloop", 1, 9, KX_E_NFS_SERVER_FAULT,
+         "nfsproc3_readdirplus_3 (cookies go round a loop, listing ended)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.mode);
+        kxtest::FakeNFS fake;
+        ASSERT_TRUE(fake.Start(c.mode, kEntries));
+        ExportInfo dir;
+        auto browse = fake.Browse(eUseTCP, dir);
+        ASSERT_TRUE(browse);
+        kxtest::LogCapture log;
+        const std::string line = std::string(c.text) + " fake:/export/000000";
 
-// A server whose cookies lead back to the start would keep both routes listing for ever; each
-// ends once the loop is seen, logged, Entries with what it gathered, the enumeration with a code.
-KX_FAKE_TEST(NFSDirListFake, CookiesGoingRoundALoopEndTheListing) {
-    kxtest::FakeNFS fake;
-    ASSERT_TRUE(fake.Start("nfsdirloop", kEntries));
-    ExportInfo dir;
-    auto browse = fake.Browse(eUseTCP, dir);
-    ASSERT_TRUE(browse);
-    kxtest::LogCapture log;
-    std::vector<DirEntry> all;
-    EXPECT_TRUE(browse->Entries(dir, all));
-    ASSERT_GE(all.size(), size_t{kEntries});
-    EXPECT_LE(all.size(), size_t{4 * kEntries});
-    ExpectFakeEntries(std::vector<DirEntry>(all.begin(), all.begin() + kEntries), kEntries);
-    EXPECT_EQ(0, browse->GetLastObjectError());
-    ASSERT_EQ(1u, log.Records().size());
-    EXPECT_EQ("nfsproc3_readdirplus_3 (cookies go round a loop, listing ended) fake:/export/000000",
-              log.Records()[0].text);
+        std::vector<DirEntry> all;
+        EXPECT_TRUE(browse->Entries(dir, all));
+        const size_t first = c.entriesLogged ? kEntries : kxfake::kFakeDirBatch;
+        ASSERT_GE(all.size(), first);
+        EXPECT_LE(all.size(), c.entriesLogged ? 4 * first : first);
+        ExpectFakeEntries(std::vector<DirEntry>(all.begin(), all.begin() + first), first);
+        EXPECT_EQ(0, browse->GetLastObjectError());
+        EXPECT_LE(fake.Calls(NFSPROC3_READDIRPLUS).size(), c.maxRequests);
+        ASSERT_EQ(c.entriesLogged, log.Records().size());
+        for (const auto& r : log.Records()) EXPECT_EQ(line, r.text);
 
-    bool ended = true;
-    const std::vector<DirEntry> one = Enumerate(*browse, dir, ended);
-    EXPECT_FALSE(ended);
-    EXPECT_EQ(KX_E_NFS_SERVER_FAULT, browse->GetLastObjectError());
-    EXPECT_EQ(all.size(), one.size());
-    EXPECT_EQ(2u, log.Records().size());
+        bool ended = true;
+        const std::vector<DirEntry> one = Enumerate(*browse, dir, ended);
+        EXPECT_FALSE(ended);
+        EXPECT_EQ(all.size(), one.size());
+        EXPECT_EQ(c.code, browse->GetLastObjectError());
+        ASSERT_EQ(c.entriesLogged + 1, log.Records().size());
+        EXPECT_EQ(line, log.Records().back().text);
+    }
 }
 
 KX_FAKE_TEST(NFSDirListFake, EmptyDirectoryAndCancellation) {

@@ -48,6 +48,27 @@ DirEntry Named(const std::string& name, uint32_t type, uint32_t mode = 0) {
     return e;
 }
 
+// The i'th CREATE received: UNCHECKED, with mode, owner, group and a size of 0 all set. The
+// attributes are returned for the caller's checks of the times.
+sattr3 ExpectCreate(const kxtest::FakeNFS& fake, size_t i, uint32_t mode, uint32_t uid,
+                    uint32_t gid) {
+    const auto creates = fake.Calls(kCreate);
+    if (creates.size() <= i) {
+        ADD_FAILURE() << "no CREATE " << i;
+        return sattr3{};
+    }
+    const kxfake::Args<create3args> a(creates[i], xdr_create3args);
+    EXPECT_TRUE(a.ok);
+    EXPECT_EQ(UNCHECKED, a.value.how.mode);
+    const sattr3 o = a.value.how.createhow3_u.obj_attributes;
+    EXPECT_TRUE(o.mode.set_it && o.uid.set_it && o.gid.set_it && o.size.set_it);
+    EXPECT_EQ(mode, o.mode.set_uint32_u.val);
+    EXPECT_EQ(uid, o.uid.set_uint32_u.val);
+    EXPECT_EQ(gid, o.gid.set_uint32_u.val);
+    EXPECT_EQ(0u, o.size.set_uint64_u.val);
+    return o;
+}
+
 KX_FAKE_TEST(NFSObjectsWire, OpenSendsOneLookupPerNameAndNoneForTheExport) {
     kxtest::FakeNFS fake;
     ASSERT_TRUE(fake.Start("nfsobjects", 0));
@@ -114,13 +135,7 @@ KX_FAKE_TEST(NFSObjectsWire, CreatesSendEveryAttributeAndCompleteBareReplies) {
     ASSERT_TRUE(a.ok);
     EXPECT_EQ("H:d1", HandleOf(a.value.where.dir));
     EXPECT_STREQ("missingfile", a.value.where.name);
-    EXPECT_EQ(UNCHECKED, a.value.how.mode);
-    const sattr3& o = a.value.how.createhow3_u.obj_attributes;
-    EXPECT_TRUE(o.mode.set_it && o.uid.set_it && o.gid.set_it && o.size.set_it);
-    EXPECT_EQ(0777u, o.mode.set_uint32_u.val);
-    EXPECT_EQ(0u, o.uid.set_uint32_u.val);
-    EXPECT_EQ(0u, o.gid.set_uint32_u.val);
-    EXPECT_EQ(0u, o.size.set_uint64_u.val);
+    const sattr3 o = ExpectCreate(fake, 0, 0777, 0, 0);
     EXPECT_EQ(SET_TO_SERVER_TIME, o.atime.set_it);
     EXPECT_EQ(SET_TO_SERVER_TIME, o.mtime.set_it);
 
@@ -135,17 +150,8 @@ KX_FAKE_TEST(NFSObjectsWire, CreatesSendEveryAttributeAndCompleteBareReplies) {
     ASSERT_TRUE(browse->CreateObject(root, file));
     EXPECT_EQ(kExport + "/f1", file.path);
     EXPECT_EQ("C:f1", HandleOf(file));
-    const auto creates = fake.Calls(kCreate);
-    ASSERT_EQ(2u, creates.size());
-    const kxfake::Args<create3args> c(creates[1], xdr_create3args);
-    ASSERT_TRUE(c.ok);
-    EXPECT_EQ(UNCHECKED, c.value.how.mode);
-    const sattr3& s = c.value.how.createhow3_u.obj_attributes;
-    EXPECT_TRUE(s.mode.set_it && s.uid.set_it && s.gid.set_it && s.size.set_it);
-    EXPECT_EQ(0640u, s.mode.set_uint32_u.val);
-    EXPECT_EQ(7u, s.uid.set_uint32_u.val);
-    EXPECT_EQ(8u, s.gid.set_uint32_u.val);
-    EXPECT_EQ(0u, s.size.set_uint64_u.val);  // the entry's 99 is replaced by 0
+    ASSERT_EQ(2u, fake.Calls(kCreate).size());
+    const sattr3 s = ExpectCreate(fake, 1, 0640, 7, 8);  // the entry's size 99 is sent as 0
     EXPECT_EQ(SET_TO_CLIENT_TIME, s.atime.set_it);
     EXPECT_EQ(2u, s.atime.set_time_u.time.seconds);
     EXPECT_EQ(500u, s.atime.set_time_u.time.nseconds);
